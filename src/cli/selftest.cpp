@@ -1,0 +1,154 @@
+#include "cli/selftest.h"
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "cli/dump.h"
+#include "importers/docx_reader.h"
+#include "importers/package.h"
+#include "model/style_sheet.h"
+
+namespace inkharbour::cli {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Check {
+  const char* name;
+  // Returns an empty text on success, otherwise what went wrong.
+  std::function<std::string(const fs::path& folder)> run;
+};
+
+std::string expectDump(const fs::path& file, const std::string& expected) {
+  const std::string actual = formatDump(DocxReader::read(file, StyleMap{}));
+  if (actual == expected) return {};
+  return "expected:\n" + expected + "got:\n" + actual;
+}
+
+std::string readsOwnPackage(const fs::path& folder) {
+  const std::string document =
+      R"(<?xml version="1.0" encoding="UTF-8" standalone="yes"?>)"
+      R"(<w:document xmlns:w="http://schemas.openxmlformats.org/wordprocessingml/2006/main"><w:body>)"
+      R"(<w:p><w:pPr><w:pStyle w:val="Heading1"/></w:pPr><w:r><w:t>Chapter One</w:t></w:r></w:p>)"
+      R"(<w:p><w:r><w:rPr><w:b/></w:rPr><w:t xml:space="preserve">Bold </w:t></w:r>)"
+      R"(<w:r><w:t>plain</w:t></w:r><w:r><w:footnoteReference w:id="1"/></w:r></w:p>)"
+      R"(<w:tbl><w:tr><w:tc><w:p><w:r><w:t>a</w:t></w:r></w:p></w:tc><w:tc/></w:tr></w:tbl>)"
+      R"(</w:body></w:document>)";
+  const std::string styles =
+      R"(<w:styles xmlns:w="http://schemas.openxmlformats.org/wordprocessingml/2006/main">)"
+      R"(<w:style w:styleId="Heading1"><w:name w:val="heading 1"/></w:style></w:styles>)";
+  const std::string footnotes =
+      R"(<w:footnotes xmlns:w="http://schemas.openxmlformats.org/wordprocessingml/2006/main">)"
+      R"(<w:footnote w:type="separator" w:id="-1"><w:p><w:r><w:separator/></w:r></w:p></w:footnote>)"
+      R"(<w:footnote w:id="1"><w:p><w:r><w:t xml:space="preserve"> A note.</w:t></w:r></w:p></w:footnote>)"
+      R"(</w:footnotes>)";
+  const fs::path file = folder / "selftest.docx";
+  ZipTool::writePackage({{"word/document.xml", document},
+                         {"word/styles.xml", styles},
+                         {"word/footnotes.xml", footnotes}},
+                        file);
+  return expectDump(file,
+                    "[Heading 1] \u00abChapter One\u00bb\n"
+                    "[Body] B\u00abBold \u00bb \u00abplain\u00bb ^fn1\u00ab[1]\u00bb\n"
+                    "[Table 1\u00d72]\n"
+                    "  | a |  |\n"
+                    "[Footnote 1]  A note.\n");
+}
+
+std::string readsWorkbook(const fs::path& folder) {
+  const std::string sharedStrings =
+      R"(<sst xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main">)"
+      R"(<si><t>Region</t></si><si><t>North</t></si></sst>)";
+  const std::string sheet =
+      R"(<worksheet xmlns="http://schemas.openxmlformats.org/spreadsheetml/2006/main"><sheetData>)"
+      R"(<row r="1"><c r="A1" t="s"><v>0</v></c><c r="B1" t="inlineStr"><is><t>Sales</t></is></c></row>)"
+      R"(<row r="2"><c r="A2" t="s"><v>1</v></c><c r="C2"><v>1234.5</v></c></row>)"
+      R"(</sheetData></worksheet>)";
+  const fs::path file = folder / "selftest.xlsx";
+  ZipTool::writePackage(
+      {{"xl/sharedStrings.xml", sharedStrings}, {"xl/worksheets/sheet1.xml", sheet}}, file);
+  return expectDump(file,
+                    "[Table 2\u00d73]\n"
+                    "  | Region | Sales |  |\n"
+                    "  | North |  | 1234.5 |\n");
+}
+
+std::string readsText(const fs::path& folder) {
+  const fs::path file = folder / "selftest.txt";
+  std::ofstream(file, std::ios::binary) << "a\n\nb\n";
+  return expectDump(file, "[Body] \u00aba\u00bb\n[Body] \n[Body] \u00abb\u00bb\n[Body] \n");
+}
+
+std::string mapsStyles(const fs::path&) {
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {"Heading 1", "Heading 1"}, {"heading 2", "Heading 2"}, {"Heading 4", "Heading 2"},
+      {"Subtitle", "Title"},      {"Intense Emphasis", "Quote"}, {"H1", "Heading 1"},
+      {"Normal", "Body"},         {"", "Body"}};
+  for (const auto& [word, expected] : cases) {
+    const auto actual = StyleSheet::mapWord(word, {});
+    if (actual != expected) {
+      return "\"" + word + "\" mapped to \"" + std::string(actual) + "\", expected \"" +
+             expected + "\"";
+    }
+  }
+  const StyleMap custom{{"Subtitle", "Heading 2"}, {"Caption", "Figure"}};
+  if (StyleSheet::mapWord("Subtitle", custom) != "Heading 2") return "custom entry not applied";
+  if (StyleSheet::mapWord("Caption", custom) != "Body") return "invalid custom entry applied";
+  return {};
+}
+
+std::string reportsMissingPackage(const fs::path& folder) {
+  const fs::path file = folder / "not-a-package.docx";
+  std::ofstream(file, std::ios::binary) << "plain text, not a ZIP archive";
+  try {
+    DocxReader::read(file, StyleMap{});
+  } catch (const std::exception& error) {
+    const std::string expected = "Archive is missing word/document.xml \u2014 not a valid file.";
+    return error.what() == expected ? "" : std::string("wrong message: ") + error.what();
+  }
+  return "no error for a file that is not a package";
+}
+
+}  // namespace
+
+bool runSelfTests(std::ostream& out) {
+  const std::vector<Check> checks{
+      {"read a Word package written by this installation", readsOwnPackage},
+      {"read the first worksheet of a workbook", readsWorkbook},
+      {"read a plain-text file", readsText},
+      {"map Word style names", mapsStyles},
+      {"report a file that is not a package", reportsMissingPackage},
+  };
+
+  std::error_code ignored;
+  const fs::path folder =
+      fs::temp_directory_path(ignored) / ("inkharbour-selftest-" + Uuid::random().string());
+  fs::create_directories(folder, ignored);
+
+  int passed = 0;
+  int failed = 0;
+  for (const auto& check : checks) {
+    std::string problem;
+    try {
+      problem = check.run(folder);
+    } catch (const std::exception& error) {
+      problem = std::string("unexpected error: ") + error.what();
+    }
+    if (problem.empty()) {
+      ++passed;
+      out << "PASS " << check.name << '\n';
+    } else {
+      ++failed;
+      out << "FAIL " << check.name << ": " << problem << '\n';
+    }
+  }
+  fs::remove_all(folder, ignored);
+  out << "selftest: " << passed << " passed, " << failed << " failed\n";
+  return failed == 0;
+}
+
+}  // namespace inkharbour::cli

@@ -1,0 +1,169 @@
+#include "importers/docx_reader.h"
+
+#include "importers/docx_body.h"
+#include "importers/docx_error.h"
+#include "importers/package.h"
+#include "importers/text_reader.h"
+#include "importers/xlsx_reader.h"
+#include "importers/xml_parser.h"
+#include "model/text.h"
+
+namespace inkharbour {
+
+namespace {
+
+using docx::StyleNames;
+
+constexpr std::string_view kDocumentPart = "word/document.xml";
+
+std::string lowerExtension(const std::filesystem::path& path) {
+  auto extension = path.extension().string();
+  if (!extension.empty()) extension.erase(0, 1);
+  return text::lowercased(extension);
+}
+
+std::string_view asText(const Data& bytes) {
+  return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+// An optional member: absent when missing or unreadable. A safety limit is
+// never swallowed.
+std::optional<Data> readOptional(Package& package, std::string_view member) {
+  try {
+    return package.read(member);
+  } catch (const DocxError& error) {
+    if (error.isLimit()) throw;
+    return std::nullopt;
+  }
+}
+
+class StylesParser final : public XmlHandler {
+ public:
+  void startElement(std::string_view name, const XmlAttributes& attributes) override {
+    if (name == "style") {
+      const auto id = attributes.get("w:styleId", "styleId");
+      currentID = id ? std::optional<std::string>(*id) : std::nullopt;
+    } else if (name == "name" && currentID) {
+      if (const auto value = attributes.get("w:val", "val")) map[*currentID] = std::string(*value);
+    }
+  }
+  void endElement(std::string_view name) override {
+    if (name == "style") currentID.reset();
+  }
+  void characters(std::string_view) override {}
+
+  StyleNames map;
+  std::optional<std::string> currentID;
+};
+
+class RelationshipsParser final : public XmlHandler {
+ public:
+  void startElement(std::string_view name, const XmlAttributes& attributes) override {
+    if (name != "Relationship") return;
+    const auto id = attributes.get("Id");
+    const auto target = attributes.get("Target");
+    if (id && target) map[std::string(*id)] = std::string(*target);
+  }
+  void endElement(std::string_view) override {}
+  void characters(std::string_view) override {}
+
+  std::map<std::string, std::string, std::less<>> map;
+};
+
+// Parses an optional part as far as it is well-formed. A part that declares
+// a document type is refused before its first element, so it yields nothing.
+template <typename Parser>
+Parser parseOptional(Package& package, std::string_view member, Parser parser) {
+  const auto bytes = readOptional(package, member);
+  if (!bytes) return parser;
+  XmlParser xml(parser);
+  xml.feed(asText(*bytes), true);
+  return parser;
+}
+
+// "media/image1.png" gives "image1.png"; trailing slashes are ignored.
+std::string lastPathComponent(std::string_view target) {
+  while (target.size() > 1 && target.back() == '/') target.remove_suffix(1);
+  if (target == "/") return std::string(target);
+  const auto slash = target.rfind('/');
+  return std::string(slash == std::string_view::npos ? target : target.substr(slash + 1));
+}
+
+std::vector<Footnote> readNotes(Package& package, std::string_view member,
+                                const StyleNames& styleNames, const StyleMap& styleMap,
+                                std::string_view element, std::int64_t idOffset) {
+  const auto bytes = readOptional(package, member);
+  if (!bytes) return {};
+  docx::NotesParser notes(styleNames, styleMap, package.budget(), std::string(member), element,
+                          idOffset);
+  XmlParser xml(notes);
+  xml.feed(asText(*bytes), true);
+  return std::move(notes.footnotes());
+}
+
+ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMap,
+                      const ImportLimits& limits) {
+  Package package(path, limits);
+  if (!package.has(kDocumentPart)) throw DocxError::missingEntry(std::string(kDocumentPart));
+
+  const StyleNames styleNames = parseOptional(package, "word/styles.xml", StylesParser{}).map;
+  const auto relationships =
+      parseOptional(package, "word/_rels/document.xml.rels", RelationshipsParser{}).map;
+
+  auto loadImage = [&](std::string_view id) -> std::optional<ImageBlock> {
+    const auto found = relationships.find(id);
+    if (found == relationships.end()) return std::nullopt;
+    const std::string_view target = found->second;
+    const std::string member =
+        target.starts_with('/') ? std::string(target.substr(1)) : "word/" + std::string(target);
+    auto bytes = readOptional(package, member);
+    if (!bytes) return std::nullopt;
+    return ImageBlock{.data = std::move(*bytes), .name = lastPathComponent(target)};
+  };
+
+  docx::BodyParser body(styleNames, styleMap, loadImage, package.budget(),
+                        std::string(kDocumentPart));
+  XmlParser xml(body);
+  // The part is parsed while it inflates; after a parse failure the rest is
+  // still inflated, so that a damaged archive is reported as such.
+  const bool present =
+      package.stream(kDocumentPart, [&](std::string_view chunk) { xml.feed(chunk, false); });
+  if (!present) throw DocxError::missingEntry(std::string(kDocumentPart));
+  xml.feed({}, true);
+  if (!xml.succeeded()) throw DocxError::parseFailed(std::string(kDocumentPart));
+
+  ImportResult result{.blocks = std::move(body.blocks()), .footnotes = {}};
+  result.footnotes =
+      readNotes(package, "word/footnotes.xml", styleNames, styleMap, "footnote", 0);
+  auto endnotes = readNotes(package, "word/endnotes.xml", styleNames, styleMap, "endnote", 10000);
+  for (auto& note : endnotes) result.footnotes.push_back(std::move(note));
+  return result;
+}
+
+}  // namespace
+
+namespace DocxReader {
+
+ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
+                  const ImportLimits& limits) {
+  const auto extension = lowerExtension(path);
+  if (extension == "docx") return readDocx(path, styleMap, limits);
+  if (extension == "xlsx") {
+    Table table = XlsxReader::read(path, limits);
+    ImportResult result;
+    result.blocks.push_back(Block{.id = Uuid::random(), .kind = std::move(table)});
+    return result;
+  }
+  return ImportResult{.blocks = TextReader::read(path, limits), .footnotes = {}};
+}
+
+LinkKind linkKind(const std::filesystem::path& path) {
+  const auto extension = lowerExtension(path);
+  if (extension == "docx") return LinkKind::word;
+  if (extension == "xlsx") return LinkKind::excel;
+  return LinkKind::text;
+}
+
+}  // namespace DocxReader
+
+}  // namespace inkharbour

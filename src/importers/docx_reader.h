@@ -1,0 +1,37 @@
+// DocxReader: turns a linked file into story content. A Word package becomes
+// paragraphs, tables and pictures plus footnotes (then endnotes, numbered
+// from 10000 on); a workbook becomes one table; any other file is read as
+// UTF-8 text, one "Body" paragraph per line. Every block gets a fresh id.
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include "importers/import_limits.h"
+#include "model/story.h"
+
+namespace inkharbour {
+
+struct ImportResult {
+  std::vector<Block> blocks;
+  std::vector<Footnote> footnotes;
+
+  bool operator==(const ImportResult&) const = default;
+};
+
+namespace DocxReader {
+
+// Reads the file by its extension, lower-cased: "docx" as Word, "xlsx" as a
+// workbook, anything else as plain text. Word style names are mapped through
+// `styleMap` first, then the built-in rules. Throws DocxError for a package
+// that cannot be read, std::filesystem_error for a text file that cannot be
+// read or is not UTF-8.
+ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
+                  const ImportLimits& limits = {});
+
+// "docx" is word, "xlsx" excel, anything else (no extension included) text.
+LinkKind linkKind(const std::filesystem::path& path);
+
+}  // namespace DocxReader
+
+}  // namespace inkharbour

@@ -1,0 +1,43 @@
+// Bounds on what one import may inflate and build, so that a hostile package
+// (a ZIP bomb, a shared string referenced a million times, absurd nesting)
+// stops with a clear message instead of exhausting the machine. Declared
+// sizes lie, so the counts are of bytes actually inflated and values built.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace inkharbour {
+
+struct ImportLimits {
+  std::uint64_t memberBytes = 512ull << 20;   // inflated bytes of one member
+  std::uint64_t packageBytes = 2ull << 30;    // inflated bytes of all members read
+  std::uint64_t textBytes = 512ull << 20;     // text of all paragraphs and cells built
+  std::uint64_t items = 8ull << 20;           // blocks, runs, cells and paragraphs built
+  std::uint64_t tableDepth = 64;              // tables open inside one another
+};
+
+// What one import has used so far. Each add throws DocxError::limitExceeded,
+// naming the member being read, when a limit is passed.
+class ImportBudget {
+ public:
+  explicit ImportBudget(const ImportLimits& limits = {}) : limits_(limits) {}
+
+  const ImportLimits& limits() const { return limits_; }
+  void addInflated(std::string_view member, std::uint64_t bytes);
+  void addText(std::string_view member, std::uint64_t bytes);
+  void addItems(std::string_view member, std::uint64_t count);
+  void checkTableDepth(std::string_view member, std::uint64_t depth) const;
+
+ private:
+  ImportLimits limits_;
+  std::uint64_t inflated_ = 0;
+  std::uint64_t text_ = 0;
+  std::uint64_t items_ = 0;
+};
+
+// "512 MiB", "2 GiB", "300 bytes": a limit as the messages state it.
+std::string describeBytes(std::uint64_t bytes);
+
+}  // namespace inkharbour

@@ -1,0 +1,175 @@
+#include "importers/package.h"
+
+#include <zip.h>
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "importers/docx_error.h"
+#include "model/atomic_file.h"
+
+namespace inkharbour {
+
+namespace {
+
+constexpr std::size_t kChunkSize = 256 * 1024;
+
+// A fixed modification time keeps written packages byte-stable.
+constexpr time_t kMemberTime = 978307200;  // 2001-01-01 00:00:00 UTC
+
+struct FileCloser {
+  void operator()(zip_file_t* file) const { zip_fclose(file); }
+};
+
+bool validMemberName(std::string_view name) {
+  if (name.empty() || name.front() == '/' || name.find('\\') != std::string_view::npos) {
+    return false;
+  }
+  std::size_t start = 0;
+  while (start <= name.size()) {
+    const auto end = std::min(name.find('/', start), name.size());
+    const auto segment = name.substr(start, end - start);
+    if (segment.empty() || segment == "." || segment == "..") return false;
+    start = end + 1;
+  }
+  return true;
+}
+
+[[noreturn]] void zipFailed(const std::string& what) {
+  throw DocxError::unzipFailed("zip failed: " + what);
+}
+
+}  // namespace
+
+Package::Package(const std::filesystem::path& archive, const ImportLimits& limits)
+    : budget_(limits) {
+  int error = 0;
+  // A file that cannot be opened as an archive leaves archive_ null: every
+  // member then reads as absent.
+  archive_ = zip_open(archive.c_str(), ZIP_RDONLY, &error);
+}
+
+Package::~Package() {
+  if (archive_ != nullptr) zip_discard(archive_);
+}
+
+std::int64_t Package::locate(std::string_view member) const {
+  if (archive_ == nullptr) return -1;
+  const std::string name(member);
+  zip_int64_t index = zip_name_locate(archive_, name.c_str(), ZIP_FL_ENC_RAW);
+  if (index < 0) {
+    // Some writers store Windows separators; such a package is still readable.
+    std::string windowsName = name;
+    std::replace(windowsName.begin(), windowsName.end(), '/', '\\');
+    if (windowsName != name) index = zip_name_locate(archive_, windowsName.c_str(), ZIP_FL_ENC_RAW);
+  }
+  return index;
+}
+
+bool Package::has(std::string_view member) const { return locate(member) >= 0; }
+
+bool Package::stream(std::string_view member,
+                     const std::function<void(std::string_view)>& sink) {
+  const zip_int64_t index = locate(member);
+  if (index < 0) return false;
+  const std::string name(member);
+
+  std::unique_ptr<zip_file_t, FileCloser> file(
+      zip_fopen_index(archive_, static_cast<zip_uint64_t>(index), 0));
+  // Encrypted members and unknown compression methods produce nothing: absent.
+  if (!file) return false;
+
+  const auto memberLimit = budget_.limits().memberBytes;
+  std::unique_ptr<char[]> buffer(new char[kChunkSize]);
+  std::uint64_t delivered = 0;
+  for (;;) {
+    const zip_int64_t n = zip_fread(file.get(), buffer.get(), kChunkSize);
+    if (n < 0) {
+      if (delivered == 0) return false;
+      throw DocxError::unzipFailed(name + ": " + zip_file_strerror(file.get()));
+    }
+    if (n == 0) break;
+    const auto count = static_cast<std::uint64_t>(n);
+    if (delivered + count > memberLimit) {
+      throw DocxError::limitExceeded(name + " inflates to more than " +
+                                     describeBytes(memberLimit) + ", the limit for one member");
+    }
+    budget_.addInflated(name, count);
+    delivered += count;
+    sink(std::string_view(buffer.get(), count));
+  }
+  // An empty member is a present member: stream() reports it with no chunks.
+  return true;
+}
+
+std::optional<Data> Package::read(std::string_view member) {
+  Data bytes;
+  const bool present = stream(member, [&](std::string_view chunk) {
+    bytes.insert(bytes.end(), chunk.begin(), chunk.end());
+  });
+  if (!present) return std::nullopt;
+  return bytes;
+}
+
+namespace ZipTool {
+
+std::optional<Data> run(const std::filesystem::path& archive, std::string_view member) {
+  Package package(archive);
+  return package.read(member);
+}
+
+void writePackage(const std::vector<PackageMember>& members,
+                  const std::filesystem::path& destination) {
+  zip_error_t error;
+  zip_error_init(&error);
+  zip_source_t* target = zip_source_buffer_create(nullptr, 0, 0, &error);
+  if (target == nullptr) zipFailed(zip_error_strerror(&error));
+  // The archive is built in memory and only then written over the destination.
+  zip_source_keep(target);
+  std::unique_ptr<zip_source_t, decltype(&zip_source_free)> targetOwner(target, zip_source_free);
+
+  zip_t* archive = zip_open_from_source(target, ZIP_TRUNCATE, &error);
+  if (archive == nullptr) zipFailed(zip_error_strerror(&error));
+
+  auto discard = [&](const std::string& what) {
+    zip_discard(archive);
+    zipFailed(what);
+  };
+  for (const auto& member : members) {
+    if (!validMemberName(member.path)) discard("invalid member name \"" + member.path + "\"");
+    zip_source_t* source = zip_source_buffer(archive, member.bytes.data(), member.bytes.size(), 0);
+    if (source == nullptr) discard(zip_strerror(archive));
+    const zip_int64_t index = zip_file_add(archive, member.path.c_str(), source, ZIP_FL_ENC_UTF_8);
+    if (index < 0) {
+      zip_source_free(source);
+      discard(member.path + ": " + zip_strerror(archive));
+    }
+    const auto at = static_cast<zip_uint64_t>(index);
+    zip_set_file_compression(archive, at, ZIP_CM_DEFLATE, 6);
+    zip_file_set_mtime(archive, at, kMemberTime, 0);
+  }
+  if (zip_close(archive) != 0) {
+    const std::string what = zip_strerror(archive);
+    zip_discard(archive);
+    zipFailed(what);
+  }
+
+  std::string bytes;
+  zip_stat_t stat;
+  if (zip_source_open(target) != 0) zipFailed("cannot read the new package");
+  if (zip_source_stat(target, &stat) == 0 && (stat.valid & ZIP_STAT_SIZE)) {
+    bytes.resize(stat.size);
+    const zip_int64_t n = zip_source_read(target, bytes.data(), stat.size);
+    if (n < 0 || static_cast<zip_uint64_t>(n) != stat.size) {
+      zip_source_close(target);
+      zipFailed("cannot read the new package");
+    }
+  }
+  zip_source_close(target);
+  writeFileAtomically(destination, bytes);
+}
+
+}  // namespace ZipTool
+
+}  // namespace inkharbour

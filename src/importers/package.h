@@ -1,0 +1,78 @@
+// Package access: reading members of a ZIP package (a .docx or .xlsx) and
+// writing a new one. This is the one place that touches ZIP archives.
+//
+// A member that is absent, or a file that is no ZIP archive at all (missing,
+// truncated, an encrypted Office file), reads as no value; which members are
+// required is the readers' decision. A member that fails after producing some
+// bytes (bad CRC, corrupt deflate data) is DocxError::unzipFailed.
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "importers/import_limits.h"
+#include "model/story.h"
+
+struct zip;
+
+namespace inkharbour {
+
+// One package opened for one import. Counts every byte it inflates against
+// the import's budget.
+class Package {
+ public:
+  explicit Package(const std::filesystem::path& archive, const ImportLimits& limits = {});
+  ~Package();
+  Package(const Package&) = delete;
+  Package& operator=(const Package&) = delete;
+
+  // True when the archive opened and lists the member (its data may still
+  // turn out unreadable).
+  bool has(std::string_view member) const;
+
+  // The member's bytes, or no value when it is absent. Member names are exact
+  // (no wildcards); a package written with backslash separators is also
+  // found. Throws DocxError as described above, or when a limit is passed.
+  std::optional<Data> read(std::string_view member);
+
+  // Hands the member's bytes to `sink` in chunks, in order. Returns false
+  // when the member is absent, in which case `sink` was never called. Throws
+  // as read() does; a throw from `sink` stops the stream and propagates.
+  bool stream(std::string_view member, const std::function<void(std::string_view)>& sink);
+
+  ImportBudget& budget() { return budget_; }
+
+ private:
+  std::int64_t locate(std::string_view member) const;
+
+  zip* archive_ = nullptr;
+  ImportBudget budget_;
+};
+
+struct PackageMember {
+  std::string path;        // relative, forward slashes: "word/document.xml"
+  std::string_view bytes;  // must stay alive until writePackage returns
+};
+
+namespace ZipTool {
+
+// Reads one member of a package: its bytes, or no value when the member is
+// absent or the file is not a ZIP archive. Throws DocxError::unzipFailed when
+// the member fails after producing bytes.
+std::optional<Data> run(const std::filesystem::path& archive, std::string_view member);
+
+// Writes a package holding exactly `members`, under exactly their paths, to
+// `destination`, replacing it atomically: on any failure the old destination
+// is untouched and no temporary file is left. Throws DocxError::unzipFailed
+// ("zip failed: ...") for an unusable member list, std::filesystem_error when
+// the file cannot be written.
+void writePackage(const std::vector<PackageMember>& members,
+                  const std::filesystem::path& destination);
+
+}  // namespace ZipTool
+
+}  // namespace inkharbour

@@ -1,0 +1,254 @@
+#include "importers/xlsx_reader.h"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+
+#include "importers/docx_body.h"
+#include "importers/docx_error.h"
+#include "importers/package.h"
+#include "importers/xml_parser.h"
+
+namespace inkharbour::XlsxReader {
+
+namespace {
+
+constexpr std::string_view kSharedStringsPart = "xl/sharedStrings.xml";
+constexpr std::string_view kFirstSheetPart = "xl/worksheets/sheet1.xml";
+
+std::string_view asText(const Data& bytes) {
+  return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
+
+// Reads a member, taking a read failure for absence; safety limits propagate.
+std::optional<Data> readOrAbsent(Package& package, std::string_view member) {
+  try {
+    return package.read(member);
+  } catch (const DocxError& error) {
+    if (error.isLimit()) throw;
+    return std::nullopt;
+  }
+}
+
+// The leading run of letters of a cell reference: "C" of "C12".
+std::string_view leadingLetters(std::string_view reference) {
+  std::size_t i = 0;
+  while (i < reference.size()) {
+    utf8proc_int32_t codePoint = 0;
+    const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(reference.data()) + i,
+                                    static_cast<utf8proc_ssize_t>(reference.size() - i), &codePoint);
+    if (n <= 0) break;
+    const auto category = utf8proc_category(codePoint);
+    if (category < UTF8PROC_CATEGORY_LU || category > UTF8PROC_CATEGORY_LO) break;
+    i += static_cast<std::size_t>(n);
+  }
+  return reference.substr(0, i);
+}
+
+class SharedStringsParser final : public XmlHandler {
+ public:
+  void startElement(std::string_view name, const XmlAttributes&) override {
+    if (name == "si") {
+      current.clear();
+    } else if (name == "t") {
+      inT = true;
+    }
+  }
+  void endElement(std::string_view name) override {
+    if (name == "t") {
+      inT = false;
+    } else if (name == "si") {
+      strings.push_back(current);
+    }
+  }
+  void characters(std::string_view text) override {
+    if (inT) current.append(text);
+  }
+
+  std::vector<std::string> strings;
+  std::string current;
+  bool inT = false;
+};
+
+class SheetParser final : public XmlHandler {
+ public:
+  SheetParser(const std::vector<std::string>& sharedStrings, ImportBudget& budget,
+              std::string_view member)
+      : sharedStrings_(sharedStrings), budget_(budget), member_(member) {}
+
+  void startElement(std::string_view name, const XmlAttributes& attributes) override {
+    if (name == "row") {
+      rowFinished_ = false;
+      currentRow_.clear();
+      currentColumn_ = 0;
+    } else if (name == "c") {
+      cellType_ = attributes.get("t").value_or("");
+      valueText_.clear();
+      if (const auto reference = attributes.get("r")) {
+        currentColumn_ = columnIndex(leadingLetters(*reference));
+        padTo(currentColumn_);
+      }
+    } else if (name == "v") {
+      inValue_ = true;
+    } else if (name == "is") {
+      inInlineString_ = true;
+    } else if (name == "t") {
+      if (inInlineString_) inValue_ = true;
+    }
+  }
+
+  void endElement(std::string_view name) override {
+    if (name == "v" || name == "t") {
+      inValue_ = false;
+    } else if (name == "is") {
+      inInlineString_ = false;
+    } else if (name == "c") {
+      std::string text = cellText();
+      padTo(currentColumn_);
+      budget_.addItems(member_, 1);
+      budget_.addText(member_, text.size());
+      row().push_back(std::move(text));
+    } else if (name == "row") {
+      if (rowFinished_) {
+        rows.push_back(rows.back());
+      } else {
+        rows.push_back(std::move(currentRow_));
+        currentRow_.clear();
+        rowFinished_ = true;
+      }
+    }
+  }
+
+  void characters(std::string_view text) override {
+    if (inValue_) valueText_.append(text);
+  }
+
+  std::vector<std::vector<std::string>> rows;
+
+ private:
+  // The open row. A row's end hands its cells over to `rows`; a cell met
+  // before the next row start goes on from that row's content.
+  std::vector<std::string>& row() {
+    if (rowFinished_) {
+      currentRow_ = rows.back();
+      rowFinished_ = false;
+    }
+    return currentRow_;
+  }
+
+  void padTo(std::int64_t column) {
+    auto& cells = row();
+    const auto target = static_cast<std::uint64_t>(column);
+    if (target <= cells.size()) return;
+    budget_.addItems(member_, target - cells.size());
+    cells.resize(target);
+  }
+
+  std::string cellText() const {
+    if (cellType_ == "s") {
+      const auto index = docx::parseInteger(valueText_);
+      if (!index || *index < 0 || static_cast<std::uint64_t>(*index) >= sharedStrings_.size()) {
+        return {};
+      }
+      return sharedStrings_[static_cast<std::size_t>(*index)];
+    }
+    if (cellType_ == "b") return valueText_ == "1" ? "TRUE" : "FALSE";
+    return valueText_;
+  }
+
+  const std::vector<std::string>& sharedStrings_;
+  ImportBudget& budget_;
+  std::string_view member_;
+  std::vector<std::string> currentRow_;
+  bool rowFinished_ = false;
+  std::int64_t currentColumn_ = 0;
+  std::string cellType_;
+  bool inValue_ = false;
+  bool inInlineString_ = false;
+  std::string valueText_;
+};
+
+TableCell cellOf(std::string text) {
+  return TableCell{.paragraphs = {Paragraph::make("Body", std::move(text))}};
+}
+
+}  // namespace
+
+std::int64_t columnIndex(std::string_view letters) {
+  constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
+  std::int64_t value = 0;
+  std::size_t i = 0;
+  while (i < letters.size()) {
+    utf8proc_int32_t codePoint = 0;
+    const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(letters.data()) + i,
+                                    static_cast<utf8proc_ssize_t>(letters.size() - i), &codePoint);
+    if (n <= 0) break;
+    i += static_cast<std::size_t>(n);
+    const std::int64_t digit = utf8proc_toupper(codePoint) - 64;
+    // Absurdly long references saturate; the row limit stops them later.
+    if (__builtin_mul_overflow(value, 26, &value) || __builtin_add_overflow(value, digit, &value)) {
+      value = kMax;
+    }
+  }
+  return std::max<std::int64_t>(value - 1, 0);
+}
+
+std::vector<std::string> parseSharedStrings(std::string_view xml) {
+  SharedStringsParser parser;
+  XmlParser::parse(parser, xml);
+  return std::move(parser.strings);
+}
+
+Table read(const std::filesystem::path& path, const ImportLimits& limits) {
+  Package package(path, limits);
+
+  std::vector<std::string> sharedStrings;
+  if (const auto bytes = readOrAbsent(package, kSharedStringsPart)) {
+    sharedStrings = parseSharedStrings(asText(*bytes));
+  }
+
+  // The first worksheet part by file name; the workbook's sheet order is not
+  // consulted. A part that fails to read while probing counts as absent.
+  std::string part(kFirstSheetPart);
+  std::optional<Data> sheet = readOrAbsent(package, part);
+  for (int number = 2; !sheet && number <= 9; ++number) {
+    const std::string candidate = "xl/worksheets/sheet" + std::to_string(number) + ".xml";
+    if ((sheet = readOrAbsent(package, candidate))) part = candidate;
+  }
+  if (!sheet) {
+    // Read sheet1 once more so that its own failure, if any, is reported.
+    sheet = package.read(part);
+    if (!sheet) throw DocxError::missingEntry(part);
+  }
+
+  SheetParser parser(sharedStrings, package.budget(), part);
+  if (!XmlParser::parse(parser, asText(*sheet))) throw DocxError::parseFailed(part);
+  sheet.reset();
+
+  std::size_t width = 0;
+  for (const auto& row : parser.rows) width = std::max(width, row.size());
+  if (parser.rows.empty()) throw DocxError::parseFailed("worksheet has no rows");
+  // Padding the rows to the widest one must stay within the limit too.
+  std::uint64_t parsedCells = 0;
+  for (const auto& row : parser.rows) parsedCells += row.size();
+  std::uint64_t cells = 0;
+  if (__builtin_mul_overflow(static_cast<std::uint64_t>(width), parser.rows.size(), &cells)) {
+    cells = std::numeric_limits<std::uint64_t>::max();
+  }
+  package.budget().addItems(part, cells - parsedCells);
+
+  Table table;
+  table.rows.reserve(parser.rows.size());
+  for (auto& texts : parser.rows) {
+    std::vector<TableCell> row;
+    row.reserve(width);
+    for (auto& text : texts) row.push_back(cellOf(std::move(text)));
+    while (row.size() < width) row.push_back(cellOf({}));
+    table.rows.push_back(std::move(row));
+  }
+  return table;
+}
+
+}  // namespace inkharbour::XlsxReader

@@ -1,0 +1,115 @@
+#include "importers/xml_parser.h"
+
+#include <expat.h>
+
+#include <climits>
+#include <cstring>
+#include <new>
+
+namespace inkharbour {
+
+namespace {
+
+std::string_view localName(const char* qualified) {
+  const char* colon = std::strrchr(qualified, ':');
+  return colon != nullptr ? std::string_view(colon + 1) : std::string_view(qualified);
+}
+
+}  // namespace
+
+std::optional<std::string_view> XmlAttributes::get(std::string_view qualifiedName) const {
+  if (pairs_ == nullptr) return std::nullopt;
+  for (const char** p = pairs_; p[0] != nullptr; p += 2) {
+    if (qualifiedName == p[0]) return std::string_view(p[1]);
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string_view> XmlAttributes::get(std::string_view a, std::string_view b) const {
+  if (auto value = get(a)) return value;
+  return get(b);
+}
+
+XmlParser::XmlParser(XmlHandler& handler) : handler_(handler), parser_(XML_ParserCreate(nullptr)) {
+  if (parser_ == nullptr) throw std::bad_alloc();
+  XML_SetUserData(parser_, this);
+  XML_SetElementHandler(parser_, &XmlParser::onStart, &XmlParser::onEnd);
+  XML_SetCharacterDataHandler(parser_, &XmlParser::onCharacters);
+  XML_SetStartDoctypeDeclHandler(parser_, &XmlParser::onDoctype);
+}
+
+XmlParser::~XmlParser() { XML_ParserFree(parser_); }
+
+void XmlParser::stop() {
+  failed_ = true;
+  XML_StopParser(parser_, XML_FALSE);
+}
+
+void XmlParser::onStart(void* self, const char* name, const char** attributes) {
+  auto* parser = static_cast<XmlParser*>(self);
+  try {
+    parser->handler_.startElement(localName(name), XmlAttributes(attributes));
+  } catch (...) {
+    parser->error_ = std::current_exception();
+    parser->stop();
+  }
+}
+
+void XmlParser::onEnd(void* self, const char* name) {
+  auto* parser = static_cast<XmlParser*>(self);
+  try {
+    parser->handler_.endElement(localName(name));
+  } catch (...) {
+    parser->error_ = std::current_exception();
+    parser->stop();
+  }
+}
+
+void XmlParser::onCharacters(void* self, const char* text, int length) {
+  auto* parser = static_cast<XmlParser*>(self);
+  try {
+    parser->handler_.characters(std::string_view(text, static_cast<std::size_t>(length)));
+  } catch (...) {
+    parser->error_ = std::current_exception();
+    parser->stop();
+  }
+}
+
+void XmlParser::onDoctype(void* self, const char*, const char*, const char*, int) {
+  auto* parser = static_cast<XmlParser*>(self);
+  parser->refusedDoctype_ = true;
+  parser->stop();
+}
+
+void XmlParser::feed(std::string_view chunk, bool last) {
+  if (failed_ || finished_) return;
+  // expat takes an int length; larger chunks go in pieces.
+  while (chunk.size() > static_cast<std::size_t>(INT_MAX / 2)) {
+    const auto piece = chunk.substr(0, INT_MAX / 2);
+    chunk.remove_prefix(piece.size());
+    if (XML_Parse(parser_, piece.data(), static_cast<int>(piece.size()), XML_FALSE) !=
+        XML_STATUS_OK) {
+      failed_ = true;
+      break;
+    }
+  }
+  if (!failed_ &&
+      XML_Parse(parser_, chunk.data(), static_cast<int>(chunk.size()), last ? XML_TRUE : XML_FALSE) !=
+          XML_STATUS_OK) {
+    failed_ = true;
+  }
+  if (error_) {
+    auto error = error_;
+    error_ = nullptr;
+    std::rethrow_exception(error);
+  }
+  if (last) finished_ = true;
+}
+
+bool XmlParser::parse(XmlHandler& handler, std::string_view document) {
+  XmlParser parser(handler);
+  parser.feed(document, true);
+  return parser.succeeded();
+}
+
+}  // namespace inkharbour

@@ -1,0 +1,62 @@
+#include "model/text.h"
+
+#include <utf8proc.h>
+
+namespace inkharbour::text {
+
+namespace {
+
+// Length of the well-formed sequence starting at `i`, or 0 when malformed.
+std::size_t sequenceLength(std::string_view s, std::size_t i, utf8proc_int32_t& codePoint) {
+  const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(s.data()) + i;
+  const auto n = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(s.size() - i), &codePoint);
+  return n > 0 ? static_cast<std::size_t>(n) : 0;
+}
+
+}  // namespace
+
+std::string lowercased(std::string_view s) {
+  std::string out;
+  out.reserve(s.size());
+  for (std::size_t i = 0; i < s.size();) {
+    const auto byte = static_cast<unsigned char>(s[i]);
+    if (byte < 0x80) {
+      out += (byte >= 'A' && byte <= 'Z') ? static_cast<char>(byte + 32) : static_cast<char>(byte);
+      ++i;
+      continue;
+    }
+    utf8proc_int32_t codePoint = 0;
+    const auto n = sequenceLength(s, i, codePoint);
+    if (n == 0) {
+      out += s[i++];
+      continue;
+    }
+    if (codePoint == 0x130) {
+      // The one unconditional multi-character lower-case mapping.
+      out += "i\xCC\x87";
+    } else {
+      utf8proc_uint8_t encoded[4];
+      const auto m = utf8proc_encode_char(utf8proc_tolower(codePoint), encoded);
+      out.append(reinterpret_cast<const char*>(encoded), static_cast<std::size_t>(m));
+    }
+    i += n;
+  }
+  return out;
+}
+
+bool isValidUtf8(std::string_view s) {
+  std::size_t i = 0;
+  while (i < s.size()) {
+    if (static_cast<unsigned char>(s[i]) < 0x80) {
+      ++i;
+      continue;
+    }
+    utf8proc_int32_t codePoint = 0;
+    const auto n = sequenceLength(s, i, codePoint);
+    if (n == 0) return false;
+    i += n;
+  }
+  return true;
+}
+
+}  // namespace inkharbour::text
