@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <set>
 
 #include "model/story.h"
@@ -110,6 +113,24 @@ TEST(Uuid, RandomVersionFourWithUpperCaseText) {
     seen.insert(id);
   }
   EXPECT_EQ(seen.size(), 100u);
+}
+
+TEST(Uuid, ForkedChildNeverRepeatsItsParentsIds) {
+  Uuid::random();  // the parent now holds a batch of unused random bytes
+  int fds[2];
+  ASSERT_EQ(::pipe(fds), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto id = Uuid::random();
+    [[maybe_unused]] auto n = ::write(fds[1], id.bytes.data(), id.bytes.size());
+    ::_exit(0);
+  }
+  Uuid fromChild;
+  ASSERT_EQ(::read(fds[0], fromChild.bytes.data(), fromChild.bytes.size()), 16);
+  ::waitpid(child, nullptr, 0);
+  ::close(fds[0]);
+  ::close(fds[1]);
+  EXPECT_NE(Uuid::random(), fromChild);
 }
 
 TEST(Uuid, ParseAcceptsEitherCaseAndRejectsOtherForms) {
