@@ -78,9 +78,10 @@ std::uint64_t textSize(const std::vector<TextRun>& runs) {
 }  // namespace
 
 std::optional<std::int64_t> parseInteger(std::string_view text) {
-  if (!text.empty() && text.front() == '+') text.remove_prefix(1);
-  const bool negative = !text.empty() && text.front() == '-';
-  const auto digits = negative ? text.substr(1) : text;
+  // One optional sign, then digits only; from_chars takes "-" but not "+".
+  const bool plus = text.starts_with('+');
+  if (plus) text.remove_prefix(1);
+  const auto digits = !plus && text.starts_with('-') ? text.substr(1) : text;
   if (digits.empty()) return std::nullopt;
   for (const char c : digits) {
     if (c < '0' || c > '9') return std::nullopt;
