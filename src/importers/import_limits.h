@@ -12,6 +12,11 @@ namespace inkharbour {
 
 struct ImportLimits {
   std::uint64_t memberBytes = 512ull << 20;   // inflated bytes of one member
+  // A member past `ratioCheckAfter` inflated bytes may not have inflated to
+  // more than `compressionRatio` times its compressed size. Real documents
+  // compress 5 to 30 times; a bomb of repeated bytes a thousand times.
+  std::uint64_t compressionRatio = 100;
+  std::uint64_t ratioCheckAfter = 64ull << 20;
   std::uint64_t packageBytes = 2ull << 30;    // inflated bytes of all members read
   std::uint64_t textBytes = 512ull << 20;     // text of all paragraphs and cells built
   std::uint64_t items = 8ull << 20;           // blocks, runs, cells and paragraphs built

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <limits>
 #include <memory>
 
 #include "importers/docx_error.h"
@@ -80,7 +81,21 @@ bool Package::stream(std::string_view member,
   // Encrypted members and unknown compression methods produce nothing: absent.
   if (!file) return false;
 
-  const auto memberLimit = budget_.limits().memberBytes;
+  const auto& limits = budget_.limits();
+  const auto memberLimit = limits.memberBytes;
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  const bool knowsCompressedSize =
+      zip_stat_index(archive_, static_cast<zip_uint64_t>(index), 0, &stat) == 0 &&
+      (stat.valid & ZIP_STAT_COMP_SIZE) != 0;
+  // Past this many inflated bytes the member compresses suspiciously well.
+  std::uint64_t ratioLimit = std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t scaled = 0;
+  if (knowsCompressedSize &&
+      !__builtin_mul_overflow(static_cast<std::uint64_t>(stat.comp_size), limits.compressionRatio,
+                              &scaled)) {
+    ratioLimit = std::max(scaled, limits.ratioCheckAfter);
+  }
   std::unique_ptr<char[]> buffer(new char[kChunkSize]);
   std::uint64_t delivered = 0;
   for (;;) {
@@ -94,6 +109,11 @@ bool Package::stream(std::string_view member,
     if (delivered + count > memberLimit) {
       throw DocxError::limitExceeded(name + " inflates to more than " +
                                      describeBytes(memberLimit) + ", the limit for one member");
+    }
+    if (delivered + count > ratioLimit) {
+      throw DocxError::limitExceeded(name + " inflates to more than " +
+                                     std::to_string(limits.compressionRatio) +
+                                     " times its compressed size, the limit for one member");
     }
     budget_.addInflated(name, count);
     delivered += count;

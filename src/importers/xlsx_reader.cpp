@@ -170,6 +170,31 @@ class SheetParser final : public XmlHandler {
   std::string valueText_;
 };
 
+using Rows = std::vector<std::vector<std::string>>;
+
+enum class Outcome { absent, parsed, malformed };
+
+// Parses a worksheet part while it inflates, leaving its rows in `rows` when
+// it is well-formed. With `probing`, a part that fails to read is absent.
+Outcome parseSheet(Package& package, const std::string& part,
+                   const std::vector<std::string>& sharedStrings, std::optional<Rows>& rows,
+                   bool probing) {
+  SheetParser parser(sharedStrings, package.budget(), part);
+  XmlParser xml(parser);
+  bool present = false;
+  try {
+    present = package.stream(part, [&](std::string_view chunk) { xml.feed(chunk, false); });
+  } catch (const DocxError& error) {
+    if (!probing || error.isLimit()) throw;
+    return Outcome::absent;
+  }
+  if (!present) return Outcome::absent;
+  xml.feed({}, true);
+  if (!xml.succeeded()) return Outcome::malformed;
+  rows = std::move(parser.rows);
+  return Outcome::parsed;
+}
+
 TableCell cellOf(std::string text) {
   return TableCell{.paragraphs = {Paragraph::make("Body", std::move(text))}};
 }
@@ -211,37 +236,39 @@ Table read(const std::filesystem::path& path, const ImportLimits& limits) {
 
   // The first worksheet part by file name; the workbook's sheet order is not
   // consulted. A part that fails to read while probing counts as absent.
-  std::string part(kFirstSheetPart);
-  std::optional<Data> sheet = readOrAbsent(package, part);
-  for (int number = 2; !sheet && number <= 9; ++number) {
+  std::string part;
+  std::optional<Rows> rows;
+  for (int number = 1; number <= 9 && part.empty(); ++number) {
     const std::string candidate = "xl/worksheets/sheet" + std::to_string(number) + ".xml";
-    if ((sheet = readOrAbsent(package, candidate))) part = candidate;
+    if (parseSheet(package, candidate, sharedStrings, rows, true) != Outcome::absent) {
+      part = candidate;
+    }
   }
-  if (!sheet) {
+  if (part.empty()) {
     // Read sheet1 once more so that its own failure, if any, is reported.
-    sheet = package.read(part);
-    if (!sheet) throw DocxError::missingEntry(part);
+    part = kFirstSheetPart;
+    if (parseSheet(package, part, sharedStrings, rows, false) == Outcome::absent) {
+      throw DocxError::missingEntry(part);
+    }
   }
-
-  SheetParser parser(sharedStrings, package.budget(), part);
-  if (!XmlParser::parse(parser, asText(*sheet))) throw DocxError::parseFailed(part);
-  sheet.reset();
+  if (!rows) throw DocxError::parseFailed(part);
+  auto& parsedRows = *rows;
 
   std::size_t width = 0;
-  for (const auto& row : parser.rows) width = std::max(width, row.size());
-  if (parser.rows.empty()) throw DocxError::parseFailed("worksheet has no rows");
+  for (const auto& row : parsedRows) width = std::max(width, row.size());
+  if (parsedRows.empty()) throw DocxError::parseFailed("worksheet has no rows");
   // Padding the rows to the widest one must stay within the limit too.
   std::uint64_t parsedCells = 0;
-  for (const auto& row : parser.rows) parsedCells += row.size();
+  for (const auto& row : parsedRows) parsedCells += row.size();
   std::uint64_t cells = 0;
-  if (__builtin_mul_overflow(static_cast<std::uint64_t>(width), parser.rows.size(), &cells)) {
+  if (__builtin_mul_overflow(static_cast<std::uint64_t>(width), parsedRows.size(), &cells)) {
     cells = std::numeric_limits<std::uint64_t>::max();
   }
   package.budget().addItems(part, cells - parsedCells);
 
   Table table;
-  table.rows.reserve(parser.rows.size());
-  for (auto& texts : parser.rows) {
+  table.rows.reserve(parsedRows.size());
+  for (auto& texts : parsedRows) {
     std::vector<TableCell> row;
     row.reserve(width);
     for (auto& text : texts) row.push_back(cellOf(std::move(text)));

@@ -42,7 +42,10 @@ void writeFileAtomically(const std::filesystem::path& target, std::string_view b
     mode = existing.st_mode & 07777;
   }
 
-  std::string temporary = (directory / ("." + target.filename().string() + ".tmp-XXXXXX")).string();
+  std::string hiddenName(".");
+  hiddenName += target.filename().string();
+  hiddenName += ".tmp-XXXXXX";
+  std::string temporary = (directory / hiddenName).string();
   const int fd = ::mkstemp(temporary.data());
   if (fd < 0) fail("Cannot create a temporary file", target, errno);
 
