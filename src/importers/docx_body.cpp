@@ -278,12 +278,8 @@ void BodyParser::appendNoteReference(const XmlAttributes& attributes, bool endno
   auto number = parseInteger(*idText);
   if (!number) return;
   if (endnote && __builtin_add_overflow(*number, 10000, &*number)) return;
-  std::string mark("[");
-  mark += std::to_string(*number);
-  mark += ']';
   // Added directly: the open run's formatting does not apply to the mark.
-  currentRuns_.push_back(TextRun{
-      .text = std::move(mark), .script = ScriptPosition::superscript, .footnoteID = *number});
+  currentRuns_.push_back(TextRun::footnoteReference(*number));
 }
 
 void BodyParser::setParagraphStyle(std::string_view styleID) {

@@ -166,7 +166,9 @@ void writePackage(const std::vector<PackageMember>& members,
       discard(member.path + ": " + zip_strerror(archive));
     }
     const auto at = static_cast<zip_uint64_t>(index);
-    zip_set_file_compression(archive, at, ZIP_CM_DEFLATE, 6);
+    // Level 2 packs a book in a quarter of the time of level 6 for files
+    // about a seventh larger.
+    zip_set_file_compression(archive, at, ZIP_CM_DEFLATE, 2);
     zip_file_set_mtime(archive, at, kMemberTime, 0);
   }
   if (zip_close(archive) != 0) {

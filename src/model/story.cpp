@@ -33,6 +33,14 @@ std::optional<Enum> parseName(const std::array<std::string_view, N>& names,
 
 }  // namespace
 
+TextRun TextRun::footnoteReference(std::int64_t id) {
+  // Appended piecewise: GCC 12 warns falsely on "[" + std::string.
+  std::string mark("[");
+  mark += std::to_string(id);
+  mark += ']';
+  return TextRun{.text = std::move(mark), .script = ScriptPosition::superscript, .footnoteID = id};
+}
+
 bool TextRun::sameFormat(const TextRun& other) const {
   return bold == other.bold && italic == other.italic && underline == other.underline &&
          strikethrough == other.strikethrough && smallCaps == other.smallCaps &&

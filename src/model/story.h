@@ -39,6 +39,10 @@ struct TextRun {
   std::optional<std::string> colorHex;     // six hex digits; absent is the default colour
   std::optional<std::int64_t> footnoteID;  // set on a footnote's reference mark
 
+  // The reference mark of a footnote as the importer makes it: the text
+  // "[id]", superscript, no other formatting, citing the footnote.
+  static TextRun footnoteReference(std::int64_t id);
+
   // True when both runs have the same flags, script and colour; text and
   // footnote reference take no part. Colours compare as exact strings.
   bool sameFormat(const TextRun& other) const;

@@ -2,10 +2,13 @@
 // readable dump of imported content.
 #pragma once
 
+#include <gmock/gmock.h>
+
 #include <filesystem>
 #include <map>
 #include <string>
 
+#include "importers/docx_error.h"
 #include "importers/docx_reader.h"
 
 namespace inkharbour::testing {
@@ -50,6 +53,14 @@ ImportResult importDocx(const TempDir& dir, const std::string& body, Members ext
 // Builds a .xlsx in `dir` from the worksheet rows and shared strings, and reads it.
 ImportResult importXlsx(const TempDir& dir, const std::string& rows,
                         const std::vector<std::string>& sharedStrings = {});
+
+// Matches a callable that throws a DocxError of `kind` whose message matches.
+inline auto throwsDocxError(DocxError::Kind kind, bool isLimit,
+                            ::testing::Matcher<std::string> message) {
+  return ::testing::Throws<DocxError>(::testing::AllOf(
+      ::testing::Property(&DocxError::kind, kind), ::testing::Property(&DocxError::isLimit, isLimit),
+      ::testing::ResultOf([](const DocxError& e) { return std::string(e.what()); }, message)));
+}
 
 // The dump format of the command line, for readable assertions.
 std::string dump(const ImportResult& result);
