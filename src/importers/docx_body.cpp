@@ -112,7 +112,9 @@ BodyParser::BodyParser(const StyleNames& styleIDToName, const StyleMap& styleMap
       styleMap_(styleMap),
       imageLoader_(std::move(imageLoader)),
       budget_(budget),
-      member_(std::move(member)) {}
+      member_(std::move(member)) {
+  setWantsCharacters(false);
+}
 
 void BodyParser::startElement(std::string_view name, const XmlAttributes& attributes) {
   switch (classify(name)) {
@@ -190,6 +192,7 @@ void BodyParser::startElement(std::string_view name, const XmlAttributes& attrib
     case Tag::t:
       if (inRun_) {
         inText_ = true;
+        setWantsCharacters(true);
         currentText_.clear();
       }
       break;
@@ -218,6 +221,7 @@ void BodyParser::endElement(std::string_view name) {
       if (inText_) {
         appendRun(currentText_);
         inText_ = false;
+        setWantsCharacters(false);
       }
       break;
     case Tag::rPr:
@@ -339,11 +343,14 @@ NotesParser::NotesParser(const StyleNames& styleIDToName, const StyleMap& styleM
     : body_(styleIDToName, styleMap, [](std::string_view) { return std::optional<ImageBlock>(); },
             budget, std::move(member)),
       elementName_(elementName),
-      idOffset_(idOffset) {}
+      idOffset_(idOffset) {
+  setWantsCharacters(false);
+}
 
 void NotesParser::startElement(std::string_view name, const XmlAttributes& attributes) {
   if (name != elementName_) {
     body_.startElement(name, attributes);
+    setWantsCharacters(body_.inText());
     return;
   }
   const auto type = attributes.get("w:type", "type");
@@ -359,6 +366,7 @@ void NotesParser::startElement(std::string_view name, const XmlAttributes& attri
 void NotesParser::endElement(std::string_view name) {
   if (name != elementName_) {
     body_.endElement(name);
+    setWantsCharacters(body_.inText());
     return;
   }
   if (!currentID_) return;

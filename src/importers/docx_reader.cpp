@@ -39,6 +39,7 @@ std::optional<Data> readOptional(Package& package, std::string_view member) {
 
 class StylesParser final : public XmlHandler {
  public:
+  StylesParser() { setWantsCharacters(false); }
   void startElement(std::string_view name, const XmlAttributes& attributes) override {
     if (name == "style") {
       const auto id = attributes.get("w:styleId", "styleId");
@@ -58,6 +59,7 @@ class StylesParser final : public XmlHandler {
 
 class RelationshipsParser final : public XmlHandler {
  public:
+  RelationshipsParser() { setWantsCharacters(false); }
   void startElement(std::string_view name, const XmlAttributes& attributes) override {
     if (name != "Relationship") return;
     const auto id = attributes.get("Id");

@@ -30,19 +30,14 @@ void ImportBudget::addInflated(std::string_view member, std::uint64_t bytes) {
   }
 }
 
-void ImportBudget::addText(std::string_view member, std::uint64_t bytes) {
-  text_ += bytes;
-  if (text_ > limits_.textBytes) {
-    exceeded(member, "the imported text exceeds " + describeBytes(limits_.textBytes) +
-                         ", the limit for one import");
-  }
+void ImportBudget::textExceeded(std::string_view member) const {
+  exceeded(member, "the imported text exceeds " + describeBytes(limits_.textBytes) +
+                       ", the limit for one import");
 }
 
-void ImportBudget::addItems(std::string_view member, std::uint64_t count) {
-  if (__builtin_add_overflow(items_, count, &items_) || items_ > limits_.items) {
-    exceeded(member, "more than " + std::to_string(limits_.items) +
-                         " paragraphs, runs and cells, the limit for one import");
-  }
+void ImportBudget::itemsExceeded(std::string_view member) const {
+  exceeded(member, "more than " + std::to_string(limits_.items) +
+                       " paragraphs, runs and cells, the limit for one import");
 }
 
 void ImportBudget::checkTableDepth(std::string_view member, std::uint64_t depth) const {

@@ -31,11 +31,23 @@ class ImportBudget {
 
   const ImportLimits& limits() const { return limits_; }
   void addInflated(std::string_view member, std::uint64_t bytes);
-  void addText(std::string_view member, std::uint64_t bytes);
-  void addItems(std::string_view member, std::uint64_t count);
+  // Called for every cell and run, so the common case stays inline.
+  void addText(std::string_view member, std::uint64_t bytes) {
+    if (__builtin_add_overflow(text_, bytes, &text_) || text_ > limits_.textBytes) {
+      textExceeded(member);
+    }
+  }
+  void addItems(std::string_view member, std::uint64_t count) {
+    if (__builtin_add_overflow(items_, count, &items_) || items_ > limits_.items) {
+      itemsExceeded(member);
+    }
+  }
   void checkTableDepth(std::string_view member, std::uint64_t depth) const;
 
  private:
+  [[noreturn]] void textExceeded(std::string_view member) const;
+  [[noreturn]] void itemsExceeded(std::string_view member) const;
+
   ImportLimits limits_;
   std::uint64_t inflated_ = 0;
   std::uint64_t text_ = 0;

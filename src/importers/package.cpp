@@ -96,10 +96,11 @@ bool Package::stream(std::string_view member,
                               &scaled)) {
     ratioLimit = std::max(scaled, limits.ratioCheckAfter);
   }
-  std::unique_ptr<char[]> buffer(new char[kChunkSize]);
+  if (!buffer_) buffer_.reset(new char[kChunkSize]);
+  char* buffer = buffer_.get();
   std::uint64_t delivered = 0;
   for (;;) {
-    const zip_int64_t n = zip_fread(file.get(), buffer.get(), kChunkSize);
+    const zip_int64_t n = zip_fread(file.get(), buffer, kChunkSize);
     if (n < 0) {
       if (delivered == 0) return false;
       throw DocxError::unzipFailed(name + ": " + zip_file_strerror(file.get()));
@@ -117,7 +118,7 @@ bool Package::stream(std::string_view member,
     }
     budget_.addInflated(name, count);
     delivered += count;
-    sink(std::string_view(buffer.get(), count));
+    sink(std::string_view(buffer, count));
   }
   // An empty member is a present member: stream() reports it with no chunks.
   return true;

@@ -9,6 +9,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,6 +52,7 @@ class Package {
 
   zip* archive_ = nullptr;
   ImportBudget budget_;
+  std::unique_ptr<char[]> buffer_;  // inflate buffer, shared by this package's reads
 };
 
 struct PackageMember {

@@ -36,6 +36,12 @@ std::optional<Data> readOrAbsent(Package& package, std::string_view member) {
 std::string_view leadingLetters(std::string_view reference) {
   std::size_t i = 0;
   while (i < reference.size()) {
+    const unsigned char byte = static_cast<unsigned char>(reference[i]);
+    if (byte < 0x80) {
+      if (!((byte | 0x20) >= 'a' && (byte | 0x20) <= 'z')) break;
+      ++i;
+      continue;
+    }
     utf8proc_int32_t codePoint = 0;
     const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(reference.data()) + i,
                                     static_cast<utf8proc_ssize_t>(reference.size() - i), &codePoint);
@@ -54,11 +60,13 @@ class SharedStringsParser final : public XmlHandler {
       current.clear();
     } else if (name == "t") {
       inT = true;
+      setWantsCharacters(true);
     }
   }
   void endElement(std::string_view name) override {
     if (name == "t") {
       inT = false;
+      setWantsCharacters(false);
     } else if (name == "si") {
       strings.push_back(current);
     }
@@ -70,21 +78,32 @@ class SharedStringsParser final : public XmlHandler {
   std::vector<std::string> strings;
   std::string current;
   bool inT = false;
+
+  SharedStringsParser() { setWantsCharacters(false); }
 };
+
+TableCell cellOf(std::string text);
 
 class SheetParser final : public XmlHandler {
  public:
   SheetParser(const std::vector<std::string>& sharedStrings, ImportBudget& budget,
               std::string_view member)
-      : sharedStrings_(sharedStrings), budget_(budget), member_(member) {}
+      : sharedStrings_(sharedStrings), budget_(budget), member_(member) {
+    setWantsCharacters(false);
+  }
 
   void startElement(std::string_view name, const XmlAttributes& attributes) override {
     if (name == "row") {
       rowFinished_ = false;
       currentRow_.clear();
+      currentRow_.reserve(lastWidth_);
       currentColumn_ = 0;
     } else if (name == "c") {
-      cellType_ = attributes.get("t").value_or("");
+      const auto type = attributes.get("t");
+      cellType_ = !type ? CellType::other
+                  : *type == "s" ? CellType::sharedString
+                  : *type == "b" ? CellType::boolean
+                                 : CellType::other;
       valueText_.clear();
       if (const auto reference = attributes.get("r")) {
         currentColumn_ = columnIndex(leadingLetters(*reference));
@@ -97,11 +116,13 @@ class SheetParser final : public XmlHandler {
     } else if (name == "t") {
       if (inInlineString_) inValue_ = true;
     }
+    setWantsCharacters(inValue_);
   }
 
   void endElement(std::string_view name) override {
     if (name == "v" || name == "t") {
       inValue_ = false;
+      setWantsCharacters(false);
     } else if (name == "is") {
       inInlineString_ = false;
     } else if (name == "c") {
@@ -109,11 +130,12 @@ class SheetParser final : public XmlHandler {
       padTo(currentColumn_);
       budget_.addItems(member_, 1);
       budget_.addText(member_, text.size());
-      row().push_back(std::move(text));
+      row().push_back(cellOf(std::move(text)));
     } else if (name == "row") {
       if (rowFinished_) {
         rows.push_back(rows.back());
       } else {
+        lastWidth_ = currentRow_.size();
         rows.push_back(std::move(currentRow_));
         currentRow_.clear();
         rowFinished_ = true;
@@ -125,12 +147,12 @@ class SheetParser final : public XmlHandler {
     if (inValue_) valueText_.append(text);
   }
 
-  std::vector<std::vector<std::string>> rows;
+  std::vector<std::vector<TableCell>> rows;
 
  private:
   // The open row. A row's end hands its cells over to `rows`; a cell met
   // before the next row start goes on from that row's content.
-  std::vector<std::string>& row() {
+  std::vector<TableCell>& row() {
     if (rowFinished_) {
       currentRow_ = rows.back();
       rowFinished_ = false;
@@ -143,34 +165,37 @@ class SheetParser final : public XmlHandler {
     const auto target = static_cast<std::uint64_t>(column);
     if (target <= cells.size()) return;
     budget_.addItems(member_, target - cells.size());
-    cells.resize(target);
+    cells.resize(target, cellOf({}));
   }
 
   std::string cellText() const {
-    if (cellType_ == "s") {
+    if (cellType_ == CellType::sharedString) {
       const auto index = docx::parseInteger(valueText_);
       if (!index || *index < 0 || static_cast<std::uint64_t>(*index) >= sharedStrings_.size()) {
         return {};
       }
       return sharedStrings_[static_cast<std::size_t>(*index)];
     }
-    if (cellType_ == "b") return valueText_ == "1" ? "TRUE" : "FALSE";
+    if (cellType_ == CellType::boolean) return valueText_ == "1" ? "TRUE" : "FALSE";
     return valueText_;
   }
 
   const std::vector<std::string>& sharedStrings_;
   ImportBudget& budget_;
   std::string_view member_;
-  std::vector<std::string> currentRow_;
+  std::vector<TableCell> currentRow_;
+  std::size_t lastWidth_ = 0;
   bool rowFinished_ = false;
   std::int64_t currentColumn_ = 0;
-  std::string cellType_;
+  // Only "s" and "b" change how a value reads; every other type is raw text.
+  enum class CellType { other, sharedString, boolean };
+  CellType cellType_ = CellType::other;
   bool inValue_ = false;
   bool inInlineString_ = false;
   std::string valueText_;
 };
 
-using Rows = std::vector<std::vector<std::string>>;
+using Rows = std::vector<std::vector<TableCell>>;
 
 enum class Outcome { absent, parsed, malformed };
 
@@ -196,7 +221,12 @@ Outcome parseSheet(Package& package, const std::string& part,
 }
 
 TableCell cellOf(std::string text) {
-  return TableCell{.paragraphs = {Paragraph::make("Body", std::move(text))}};
+  // Built in place: a workbook has hundreds of thousands of these.
+  TableCell cell;
+  auto& paragraph = cell.paragraphs.emplace_back();
+  paragraph.styleName = "Body";
+  if (!text.empty()) paragraph.runs.emplace_back().text = std::move(text);
+  return cell;
 }
 
 }  // namespace
@@ -206,12 +236,19 @@ std::int64_t columnIndex(std::string_view letters) {
   std::int64_t value = 0;
   std::size_t i = 0;
   while (i < letters.size()) {
-    utf8proc_int32_t codePoint = 0;
-    const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(letters.data()) + i,
-                                    static_cast<utf8proc_ssize_t>(letters.size() - i), &codePoint);
-    if (n <= 0) break;
-    i += static_cast<std::size_t>(n);
-    const std::int64_t digit = utf8proc_toupper(codePoint) - 64;
+    const unsigned char byte = static_cast<unsigned char>(letters[i]);
+    std::int64_t digit = 0;
+    if (byte < 0x80) {
+      digit = (byte >= 'a' && byte <= 'z' ? byte - 32 : byte) - 64;
+      ++i;
+    } else {
+      utf8proc_int32_t codePoint = 0;
+      const auto n = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(letters.data()) + i,
+                                      static_cast<utf8proc_ssize_t>(letters.size() - i), &codePoint);
+      if (n <= 0) break;
+      i += static_cast<std::size_t>(n);
+      digit = utf8proc_toupper(codePoint) - 64;
+    }
     // Absurdly long references saturate; the row limit stops them later.
     if (__builtin_mul_overflow(value, 26, &value) || __builtin_add_overflow(value, digit, &value)) {
       value = kMax;
@@ -267,13 +304,9 @@ Table read(const std::filesystem::path& path, const ImportLimits& limits) {
   package.budget().addItems(part, cells - parsedCells);
 
   Table table;
-  table.rows.reserve(parsedRows.size());
-  for (auto& texts : parsedRows) {
-    std::vector<TableCell> row;
-    row.reserve(width);
-    for (auto& text : texts) row.push_back(cellOf(std::move(text)));
+  table.rows = std::move(parsedRows);
+  for (auto& row : table.rows) {
     while (row.size() < width) row.push_back(cellOf({}));
-    table.rows.push_back(std::move(row));
   }
   return table;
 }

@@ -10,9 +10,19 @@ namespace inkharbour {
 
 namespace {
 
+// The part of a qualified name after its last ":", found in one pass.
 std::string_view localName(const char* qualified) {
-  const char* colon = std::strrchr(qualified, ':');
-  return colon != nullptr ? std::string_view(colon + 1) : std::string_view(qualified);
+  const char* start = qualified;
+  const char* p = qualified;
+  for (; *p != '\0'; ++p) {
+    if (*p == ':') start = p + 1;
+  }
+  return std::string_view(start, static_cast<std::size_t>(p - start));
+}
+
+// True when the NUL-terminated `name` is exactly `wanted`, without measuring it.
+bool sameName(const char* name, std::string_view wanted) {
+  return std::strncmp(name, wanted.data(), wanted.size()) == 0 && name[wanted.size()] == '\0';
 }
 
 }  // namespace
@@ -20,7 +30,7 @@ std::string_view localName(const char* qualified) {
 std::optional<std::string_view> XmlAttributes::get(std::string_view qualifiedName) const {
   if (pairs_ == nullptr) return std::nullopt;
   for (const char** p = pairs_; p[0] != nullptr; p += 2) {
-    if (qualifiedName == p[0]) return std::string_view(p[1]);
+    if (sameName(p[0], qualifiedName)) return std::string_view(p[1]);
   }
   return std::nullopt;
 }
@@ -36,6 +46,13 @@ XmlParser::XmlParser(XmlHandler& handler) : handler_(handler), parser_(XML_Parse
   XML_SetElementHandler(parser_, &XmlParser::onStart, &XmlParser::onEnd);
   XML_SetCharacterDataHandler(parser_, &XmlParser::onCharacters);
   XML_SetStartDoctypeDeclHandler(parser_, &XmlParser::onDoctype);
+  followCharacterWish();
+}
+
+void XmlParser::followCharacterWish() {
+  if (handler_.wantsCharacters() == charactersOn_) return;
+  charactersOn_ = handler_.wantsCharacters();
+  XML_SetCharacterDataHandler(parser_, charactersOn_ ? &XmlParser::onCharacters : nullptr);
 }
 
 XmlParser::~XmlParser() { XML_ParserFree(parser_); }
@@ -49,6 +66,7 @@ void XmlParser::onStart(void* self, const char* name, const char** attributes) {
   auto* parser = static_cast<XmlParser*>(self);
   try {
     parser->handler_.startElement(localName(name), XmlAttributes(attributes));
+    parser->followCharacterWish();
   } catch (...) {
     parser->error_ = std::current_exception();
     parser->stop();
@@ -59,6 +77,7 @@ void XmlParser::onEnd(void* self, const char* name) {
   auto* parser = static_cast<XmlParser*>(self);
   try {
     parser->handler_.endElement(localName(name));
+    parser->followCharacterWish();
   } catch (...) {
     parser->error_ = std::current_exception();
     parser->stop();

@@ -33,7 +33,19 @@ class XmlHandler {
   virtual ~XmlHandler() = default;
   virtual void startElement(std::string_view name, const XmlAttributes& attributes) = 0;
   virtual void endElement(std::string_view name) = 0;
+  // Called only while wantsCharacters() holds.
   virtual void characters(std::string_view text) = 0;
+
+  // Whether character data is wanted now. Handlers that collect text only
+  // inside certain elements switch it on and off, which spares the parser a
+  // call for every stretch of text outside them.
+  bool wantsCharacters() const { return wantsCharacters_; }
+
+ protected:
+  void setWantsCharacters(bool wanted) { wantsCharacters_ = wanted; }
+
+ private:
+  bool wantsCharacters_ = true;
 };
 
 class XmlParser {
@@ -63,12 +75,14 @@ class XmlParser {
   static void onCharacters(void* self, const char* text, int length);
   static void onDoctype(void* self, const char*, const char*, const char*, int);
   void stop();
+  void followCharacterWish();
 
   XmlHandler& handler_;
   XML_Parser parser_;
   bool finished_ = false;
   bool failed_ = false;
   bool refusedDoctype_ = false;
+  bool charactersOn_ = true;
   std::exception_ptr error_;
 };
 
