@@ -59,4 +59,32 @@ bool isValidUtf8(std::string_view s) {
   return true;
 }
 
+std::string_view leadingCharacters(std::string_view s, std::size_t count) {
+  if (count == 0) return s.substr(0, 0);
+  std::size_t characters = 0;
+  utf8proc_int32_t previous = -1;  // -1: no code point before, or a malformed byte
+  utf8proc_int32_t state = 0;
+  for (std::size_t i = 0; i < s.size();) {
+    utf8proc_int32_t codePoint = 0;
+    const auto n = sequenceLength(s, i, codePoint);
+    // A malformed byte stands alone: a break before it and after it.
+    const bool breaks = n == 0 || previous < 0 ||
+                        utf8proc_grapheme_break_stateful(previous, codePoint, &state);
+    if (breaks) {
+      if (characters == count) return s.substr(0, i);
+      ++characters;
+    }
+    if (n == 0) {
+      previous = -1;
+      state = 0;
+      ++i;
+    } else {
+      if (previous < 0) state = 0;
+      previous = codePoint;
+      i += n;
+    }
+  }
+  return s;
+}
+
 }  // namespace inkharbour::text

@@ -15,4 +15,9 @@ std::string lowercased(std::string_view text);
 // code points above U+10FFFF).
 bool isValidUtf8(std::string_view bytes);
 
+// The first `count` user-perceived characters (extended grapheme clusters) of
+// the text, never splitting one; the whole text when it has no more. Each
+// byte that is not part of well-formed UTF-8 counts as one character.
+std::string_view leadingCharacters(std::string_view text, std::size_t count);
+
 }  // namespace inkharbour::text

@@ -1,0 +1,217 @@
+#include "merge/block_merge.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+
+#include "merge/formatting_transfer.h"
+#include "merge/lcs.h"
+#include "merge/merge_engine.h"
+#include "merge/merge_keys.h"
+#include "merge/summaries.h"
+#include "merge/table_merge.h"
+
+namespace inkharbour::MergeEngine {
+
+namespace {
+
+using Ids = std::span<const std::uint32_t>;
+constexpr std::size_t kNoPartner = SIZE_MAX;
+
+// One side of a region: its blocks and their key ids.
+struct Side {
+  std::span<const Block> blocks;
+  Ids keys;
+
+  std::size_t size() const { return blocks.size(); }
+  Side slice(std::size_t from, std::size_t to) const {
+    return Side{blocks.subspan(from, to - from), keys.subspan(from, to - from)};
+  }
+};
+
+bool sameKeys(Ids x, Ids y) {
+  return std::equal(x.begin(), x.end(), y.begin(), y.end());
+}
+
+// For each index of a, its partner in b, or kNoPartner.
+std::vector<std::size_t> partners(Ids a, Ids b) {
+  std::vector<std::size_t> out(a.size(), kNoPartner);
+  for (const auto& [i, j] : lcsMatchIds(a, b)) out[i] = j;
+  return out;
+}
+
+void append(std::vector<Block>& out, std::span<const Block> blocks) {
+  out.insert(out.end(), blocks.begin(), blocks.end());
+}
+
+std::optional<std::vector<Block>> refine(const Side& base, const Side& ours, const Side& theirs) {
+  const auto mo = partners(base.keys, ours.keys);
+  const auto mt = partners(base.keys, theirs.keys);
+  for (std::size_t b = 0; b < base.size(); ++b) {
+    if (mo[b] == kNoPartner && mt[b] == kNoPartner) return std::nullopt;
+  }
+  std::vector<Block> out;
+  std::size_t o = 0, t = 0;
+  for (std::size_t b = 0;; ++b) {
+    const bool end = b == base.size();
+    const std::size_t oEnd = end ? ours.size() : mo[b];
+    const std::size_t tEnd = end ? theirs.size() : mt[b];
+    // Insertions before this base block; local ones come first.
+    if (oEnd != kNoPartner) {
+      append(out, ours.blocks.subspan(o, oEnd - o));
+      o = oEnd;
+    }
+    if (tEnd != kNoPartner) {
+      append(out, theirs.blocks.subspan(t, tEnd - t));
+      t = tEnd;
+    }
+    if (end) return out;
+    // A block kept on both sides stays in its local version; one gone from
+    // a side was deleted there (or replaced, its new version inserted).
+    if (mo[b] != kNoPartner && mt[b] != kNoPartner) out.push_back(ours.blocks[mo[b]]);
+    if (mo[b] != kNoPartner) o = mo[b] + 1;
+    if (mt[b] != kNoPartner) t = mt[b] + 1;
+  }
+}
+
+class BlockMerger {
+ public:
+  Result take() { return std::move(result_); }
+
+  void keepAnchor(const Block& local) { result_.blocks.push_back(local); }
+
+  // Resolves one unstable region; the first case that applies decides.
+  void emitUnstable(const Side& base, const Side& ours, const Side& theirs) {
+    using Kind = ChangeRecord::Kind;
+    if (const auto tables = singleTables(base, ours, theirs)) {
+      const auto& [b, o, t] = *tables;
+      TableMergeResult merged =
+          mergeTables(*b, *o, *t, static_cast<std::int64_t>(result_.blocks.size()));
+      result_.blocks.push_back(Block{.id = ours.blocks[0].id, .kind = std::move(merged.table)});
+      const std::size_t conflicts = merged.notes.size();
+      for (auto& note : merged.notes) result_.notes.push_back(std::move(note));
+      record(Kind::tableCells,
+             "Table merged cell-by-cell (" + std::to_string(merged.externalCellChanges) +
+                 " external cell change(s), " + std::to_string(conflicts) + " conflict(s))");
+      return;
+    }
+    if (sameKeys(ours.keys, base.keys)) {
+      takeExternal(ours, theirs);
+      record(Kind::externalEdit, changeSummary(base.blocks, theirs.blocks), joined(base.blocks),
+             joined(theirs.blocks));
+      return;
+    }
+    if (sameKeys(theirs.keys, base.keys)) {
+      append(result_.blocks, ours.blocks);
+      record(Kind::localKept, changeSummary(base.blocks, ours.blocks), joined(ours.blocks),
+             joined(base.blocks));
+      return;
+    }
+    if (sameKeys(ours.keys, theirs.keys)) {
+      append(result_.blocks, ours.blocks);
+      record(Kind::bothSame, changeSummary(base.blocks, ours.blocks));
+      return;
+    }
+    if (auto refined = refine(base, ours, theirs)) {
+      for (auto& block : *refined) result_.blocks.push_back(std::move(block));
+      record(Kind::structural,
+             "Independent insertions/deletions merged (" + std::to_string(ours.size()) +
+                 " local, " + std::to_string(theirs.size()) + " external block(s))",
+             joined(ours.blocks), joined(theirs.blocks));
+      return;
+    }
+    // A real conflict: the external side wins, the local text goes to a note
+    // that points at the first external block.
+    const auto position = static_cast<std::int64_t>(result_.blocks.size());
+    takeExternal(ours, theirs);
+    std::string localText = joined(ours.blocks);
+    std::string externalText = joined(theirs.blocks);
+    result_.notes.push_back(ConflictNote{
+        .paragraphIndex = position, .localText = localText, .externalText = externalText});
+    record(Kind::conflict,
+           "Both sides edited the same content \u2014 external version kept, yours saved to a "
+           "Story Note",
+           std::move(localText), std::move(externalText));
+  }
+
+ private:
+  struct Tables {
+    const Table* base;
+    const Table* ours;
+    const Table* theirs;
+  };
+
+  static std::optional<Tables> singleTables(const Side& base, const Side& ours,
+                                            const Side& theirs) {
+    if (base.size() != 1 || ours.size() != 1 || theirs.size() != 1) return std::nullopt;
+    const auto* b = std::get_if<Table>(&base.blocks[0].kind);
+    const auto* o = std::get_if<Table>(&ours.blocks[0].kind);
+    const auto* t = std::get_if<Table>(&theirs.blocks[0].kind);
+    if (b == nullptr || o == nullptr || t == nullptr) return std::nullopt;
+    return Tables{b, o, t};
+  }
+
+  // The external blocks, each dressed like the local block at the same
+  // position in the region: blocks pair by position, not by content.
+  void takeExternal(const Side& ours, const Side& theirs) {
+    for (std::size_t j = 0; j < theirs.size(); ++j) {
+      result_.blocks.push_back(
+          transferFormatting(j < ours.size() ? &ours.blocks[j] : nullptr, theirs.blocks[j]));
+    }
+  }
+
+  void record(ChangeRecord::Kind kind, std::string summary,
+              std::optional<std::string> localText = std::nullopt,
+              std::optional<std::string> externalText = std::nullopt) {
+    result_.changes.push_back(ChangeRecord{.kind = kind,
+                                           .summary = std::move(summary),
+                                           .localText = std::move(localText),
+                                           .externalText = std::move(externalText)});
+  }
+
+  Result result_;
+};
+
+}  // namespace
+
+Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
+             const std::vector<Block>& theirs) {
+  KeyInterner interner;
+  const auto baseKeys = interner.addAll(base);
+  const auto oursKeys = interner.addAll(ours);
+  const auto theirsKeys = interner.addAll(theirs);
+  const Side b{base, baseKeys}, o{ours, oursKeys}, t{theirs, theirsKeys};
+  const auto matchOurs = partners(baseKeys, oursKeys);
+  const auto matchTheirs = partners(baseKeys, theirsKeys);
+
+  BlockMerger merger;
+  std::size_t b0 = 0, o0 = 0, t0 = 0;
+  auto flush = [&](std::size_t bEnd, std::size_t oEnd, std::size_t tEnd) {
+    if (bEnd > b0 || oEnd > o0 || tEnd > t0) {
+      merger.emitUnstable(b.slice(b0, bEnd), o.slice(o0, oEnd), t.slice(t0, tEnd));
+    }
+  };
+  for (std::size_t i = 0; i < base.size(); ++i) {
+    const std::size_t oi = matchOurs[i], ti = matchTheirs[i];
+    if (oi == kNoPartner || ti == kNoPartner) continue;
+    flush(i, oi, ti);
+    merger.keepAnchor(ours[oi]);
+    b0 = i + 1;
+    o0 = oi + 1;
+    t0 = ti + 1;
+  }
+  flush(base.size(), ours.size(), theirs.size());
+  return merger.take();
+}
+
+std::optional<std::vector<Block>> refineChunk(std::span<const Block> base,
+                                              std::span<const Block> ours,
+                                              std::span<const Block> theirs) {
+  KeyInterner interner;
+  const auto baseKeys = interner.addAll(base);
+  const auto oursKeys = interner.addAll(ours);
+  const auto theirsKeys = interner.addAll(theirs);
+  return refine(Side{base, baseKeys}, Side{ours, oursKeys}, Side{theirs, theirsKeys});
+}
+
+}  // namespace inkharbour::MergeEngine

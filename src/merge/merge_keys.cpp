@@ -1,0 +1,208 @@
+#include "merge/merge_keys.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+#include <bit>
+#include <string_view>
+
+namespace inkharbour::MergeEngine {
+
+namespace {
+
+std::string hex(const unsigned char* bytes, std::size_t count) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string out;
+  out.reserve(2 * count);
+  for (std::size_t i = 0; i < count; ++i) {
+    out += kDigits[bytes[i] >> 4];
+    out += kDigits[bytes[i] & 15];
+  }
+  return out;
+}
+
+std::string sha256Hex(const Data& data) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned int length = 0;
+  if (EVP_Digest(data.data(), data.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1) {
+    // No digest to be had: the bytes themselves still make equal images,
+    // and only equal images, share a key, and the merge must not fail.
+    return hex(data.data(), data.size());
+  }
+  return hex(digest.data(), length);
+}
+
+// A 64-bit hash of a byte stream that does not depend on how the stream is
+// cut into pieces, so a paragraph's runs hash like their concatenation.
+class StreamHash {
+ public:
+  explicit StreamHash(std::uint64_t seed) : state_(seed) {}
+
+  void add(std::string_view s) {
+    const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+    std::size_t n = s.size();
+    length_ += n;
+    if (filled_ == 0) {
+      for (; n >= 8; p += 8, n -= 8) mix(load(p));
+    } else {
+      // Whole words still, shifted past the bytes already pending.
+      const unsigned shift = 8 * filled_;
+      for (; n >= 8; p += 8, n -= 8) {
+        const std::uint64_t w = load(p);
+        mix(pending_ | (w << shift));
+        pending_ = w >> (64 - shift);
+      }
+    }
+    for (; n > 0; --n) push(*p++);
+  }
+
+  std::uint64_t finish() {
+    mix(pending_ ^ (length_ << 3));
+    std::uint64_t h = state_;
+    h ^= h >> 33;
+    h *= 0xff51afd7ed558ccdULL;
+    h ^= h >> 33;
+    h *= 0xc4ceb9fe1a85ec53ULL;
+    h ^= h >> 33;
+    return h;
+  }
+
+ private:
+  // Little-endian on every platform, to agree with push().
+  static std::uint64_t load(const unsigned char* p) {
+    std::uint64_t w = 0;
+    for (int i = 7; i >= 0; --i) w = (w << 8) | p[i];
+    return w;
+  }
+  void push(unsigned char byte) {
+    pending_ |= std::uint64_t{byte} << (8 * filled_);
+    if (++filled_ == 8) {
+      mix(pending_);
+      pending_ = 0;
+      filled_ = 0;
+    }
+  }
+  void mix(std::uint64_t w) {
+    state_ = std::rotl((state_ ^ w) * 0x9E3779B97F4A7C15ULL, 31) * 0xBF58476D1CE4E5B9ULL;
+  }
+
+  std::uint64_t state_;
+  std::uint64_t pending_ = 0;
+  unsigned filled_ = 0;
+  std::uint64_t length_ = 0;
+};
+
+// Paragraph keys and whole keys never equal each other (their first letters
+// differ), so they may hash differently: a paragraph hashes its text alone,
+// under its own seed, and needs no "P:" in front of every text.
+constexpr std::uint64_t kParagraphSeed = 0x243F6A8885A308D3ULL;
+constexpr std::uint64_t kWholeKeySeed = 0x13198A2E03707344ULL;
+
+std::uint64_t paragraphHash(const Paragraph& paragraph) {
+  StreamHash hash(kParagraphSeed);
+  for (const auto& run : paragraph.runs) hash.add(run.text);
+  return hash.finish();
+}
+
+std::uint64_t keyHash(std::string_view key) {
+  StreamHash hash(kWholeKeySeed);
+  hash.add(key);
+  return hash.finish();
+}
+
+// Equal concatenated run texts, compared piece by piece without copying.
+bool sameText(const Paragraph& x, const Paragraph& y) {
+  auto xi = x.runs.begin(), yi = y.runs.begin();
+  std::string_view xs, ys;
+  while (true) {
+    while (xs.empty() && xi != x.runs.end()) xs = (xi++)->text;
+    while (ys.empty() && yi != y.runs.end()) ys = (yi++)->text;
+    if (xs.empty() || ys.empty()) return xs.empty() && ys.empty();
+    const std::size_t n = std::min(xs.size(), ys.size());
+    if (xs.substr(0, n) != ys.substr(0, n)) return false;
+    xs.remove_prefix(n);
+    ys.remove_prefix(n);
+  }
+}
+
+}  // namespace
+
+std::string mergeKey(const Block& block) {
+  if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) return "P:" + paragraph->text();
+  if (const auto* table = std::get_if<Table>(&block.kind)) return "T:" + table->contentKey();
+  return "I:" + sha256Hex(std::get<ImageBlock>(block.kind).data);
+}
+
+bool KeyInterner::sameKey(const Entry& entry, const Block& block, const std::string* key) const {
+  if (key == nullptr) {
+    return entry.paragraph != nullptr &&
+           sameText(*entry.paragraph, std::get<Paragraph>(block.kind));
+  }
+  return entry.paragraph == nullptr && keys_[entry.key] == *key;
+}
+
+void KeyInterner::reserve(std::size_t entries) {
+  std::size_t size = 64;
+  while (size < 2 * entries) size *= 2;
+  if (size <= slots_.size()) return;
+  std::vector<Slot> old(size);
+  old.swap(slots_);
+  const std::size_t mask = slots_.size() - 1;
+  for (const Slot& slot : old) {
+    if (slot.entry == kEmpty) continue;
+    std::size_t at = slot.hash & mask;
+    while (slots_[at].entry != kEmpty) at = (at + 1) & mask;
+    slots_[at] = slot;
+  }
+}
+
+std::uint32_t KeyInterner::insert(const Block& block, std::uint64_t hash, std::string* key) {
+  const std::size_t mask = slots_.size() - 1;
+  std::size_t at = hash & mask;
+  for (; slots_[at].entry != kEmpty; at = (at + 1) & mask) {
+    // Equal hashes are confirmed on the text: distinct keys never share a number.
+    if (slots_[at].hash == hash && sameKey(entries_[slots_[at].entry], block, key)) {
+      return slots_[at].entry;
+    }
+  }
+  const auto number = static_cast<std::uint32_t>(entries_.size());
+  if (key == nullptr) {
+    entries_.push_back(Entry{.paragraph = &std::get<Paragraph>(block.kind), .key = 0});
+  } else {
+    entries_.push_back(
+        Entry{.paragraph = nullptr, .key = static_cast<std::uint32_t>(keys_.size())});
+    keys_.push_back(std::move(*key));
+  }
+  slots_[at] = Slot{.hash = hash, .entry = number};
+  return number;
+}
+
+std::vector<std::uint32_t> KeyInterner::addAll(std::span<const Block> blocks) {
+  reserve(entries_.size() + blocks.size());
+  // Hash the whole list first, then look up with the slots of a few blocks
+  // ahead already on their way into the cache: a book's slot table is far
+  // larger than the cache, and a miss per block would cost more than hashing.
+  std::vector<std::uint64_t> hashes(blocks.size());
+  std::vector<std::pair<std::size_t, std::string>> wholeKeys;
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (const auto* paragraph = std::get_if<Paragraph>(&blocks[i].kind)) {
+      hashes[i] = paragraphHash(*paragraph);
+    } else {
+      wholeKeys.emplace_back(i, mergeKey(blocks[i]));
+      hashes[i] = keyHash(wholeKeys.back().second);
+    }
+  }
+  constexpr std::size_t kAhead = 8;
+  const std::size_t mask = slots_.size() - 1;
+  std::vector<std::uint32_t> numbers(blocks.size());
+  auto whole = wholeKeys.begin();
+  for (std::size_t i = 0; i < blocks.size(); ++i) {
+    if (i + kAhead < blocks.size()) __builtin_prefetch(&slots_[hashes[i + kAhead] & mask]);
+    std::string* key = nullptr;
+    if (whole != wholeKeys.end() && whole->first == i) key = &(whole++)->second;
+    numbers[i] = insert(blocks[i], hashes[i], key);
+  }
+  return numbers;
+}
+
+}  // namespace inkharbour::MergeEngine
