@@ -148,13 +148,21 @@ namespace DocxReader {
 
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
                   const ImportLimits& limits) {
-  const auto extension = lowerExtension(path);
-  if (extension == "docx") return readDocx(path, styleMap, limits);
-  if (extension == "xlsx") {
-    Table table = XlsxReader::read(path, limits);
-    ImportResult result;
-    result.blocks.push_back(Block{.id = Uuid::random(), .kind = std::move(table)});
-    return result;
+  return readAs(path, linkKind(path), styleMap, limits);
+}
+
+ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
+                    const ImportLimits& limits) {
+  switch (kind) {
+    case LinkKind::word:
+      return readDocx(path, styleMap, limits);
+    case LinkKind::excel: {
+      ImportResult result;
+      result.blocks.push_back(Block{.id = Uuid::random(), .kind = XlsxReader::read(path, limits)});
+      return result;
+    }
+    case LinkKind::text:
+      break;
   }
   return ImportResult{.blocks = TextReader::read(path, limits), .footnotes = {}};
 }

@@ -29,6 +29,11 @@ namespace DocxReader {
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
                   const ImportLimits& limits = {});
 
+// Reads the file as the given kind whatever its name (a merge driver's
+// temporary files have none).
+ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
+                    const ImportLimits& limits = {});
+
 // "docx" is word, "xlsx" excel, anything else (no extension included) text.
 LinkKind linkKind(const std::filesystem::path& path);
 
