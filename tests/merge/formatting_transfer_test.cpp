@@ -7,88 +7,55 @@
 namespace inkharbour::MergeEngine {
 namespace {
 
-using inkharbour::testing::image;
-using inkharbour::testing::paragraph;
-using inkharbour::testing::tableBlock;
+using namespace inkharbour::testing;
+using Runs = std::vector<TextRun>;
 
-Block withRuns(std::string style, std::vector<TextRun> runs) {
-  return Block{.kind = Paragraph{.styleName = std::move(style), .runs = std::move(runs)}};
+TEST(TransferFormatting, OnlyBetweenTwoParagraphs) {
+  const Block local = styled("Quote", {TextRun{.text = "old", .bold = true}});
+  const Block external = styled("Heading 1", {TextRun{.text = "new", .italic = true}});
+  const Block grid = tableBlock("a"), picture = image("p.png", "x");
+  EXPECT_EQ(transferFormatting(nullptr, external), external);
+  for (const Block* other : {&grid, &picture}) {
+    EXPECT_EQ(transferFormatting(other, external), external);
+    EXPECT_EQ(transferFormatting(&local, *other), *other);
+  }
 }
 
-const Paragraph& paragraphOf(const Block& block) {
-  return std::get<Paragraph>(block.kind);
-}
-
-TEST(TransferFormatting, NothingToTransfer) {
-  const Block external = withRuns("Heading 1", {TextRun{.text = "new", .italic = true}});
-  const Block local = withRuns("Quote", {TextRun{.text = "old", .bold = true}});
-  struct Case {
+// The local look is added to each external run only when every local run shares
+// it: flags OR-ed in, the colour only where the external run has none, never
+// the local script, and never on a reference mark.
+TEST(TransferFormatting, UniformLocalLookOnly) {
+  using enum ScriptPosition;
+  const TextRun mark{.text = "1", .script = superscript, .footnoteID = 1};
+  const Runs plain = {TextRun{.text = "a"}, TextRun{.text = "b", .italic = true}};
+  const struct {
     const char* name;
-    const Block* local;
-    const Block& external;
+    Runs local, external, expected;
+  } cases[] = {
+      {"uniform",
+       {TextRun{.text = "o", .bold = true, .underline = true},
+        TextRun{.text = "ld", .bold = true, .underline = true}},
+       plain,
+       {TextRun{.text = "a", .bold = true, .underline = true},
+        TextRun{.text = "b", .bold = true, .italic = true, .underline = true}}},
+      {"mixed", {TextRun{.text = "o"}, TextRun{.text = "ld", .bold = true}}, plain, plain},
+      {"empty", {}, plain, plain},
+      {"colour, script and mark",
+       {TextRun{.smallCaps = true, .script = superscript, .colorHex = "ff0000"}},
+       {TextRun{.text = "a"}, TextRun{.text = "b", .colorHex = "00ff00"}, mark,
+        TextRun{.text = "c", .script = subscript}},
+       {TextRun{.text = "a", .smallCaps = true, .colorHex = "ff0000"},
+        TextRun{.text = "b", .smallCaps = true, .colorHex = "00ff00"}, mark,
+        TextRun{.text = "c", .smallCaps = true, .script = subscript, .colorHex = "ff0000"}}},
   };
-  const Block table = tableBlock({{"a"}});
-  const Block picture = image("p.png", "x");
-  const std::vector<Case> cases = {
-      {"no local block", nullptr, external}, {"local table", &table, external},
-      {"local image", &picture, external},   {"external table", &local, table},
-      {"external image", &local, picture},
-  };
-  for (const auto& c : cases)
-    EXPECT_EQ(transferFormatting(c.local, c.external), c.external) << c.name;
-}
-
-TEST(TransferFormatting, UniformLocalLookIsAddedToEveryRun) {
-  const Block local = withRuns("Quote", {TextRun{.text = "o", .bold = true, .underline = true},
-                                         TextRun{.text = "ld", .bold = true, .underline = true}});
-  const Block external =
-      withRuns("Body", {TextRun{.text = "ne"}, TextRun{.text = "w", .italic = true}});
-  const Block result = transferFormatting(&local, external);
-  EXPECT_EQ(result.id, external.id);
-  // Formatting is only ever added: the external italic stays.
-  EXPECT_EQ(
-      paragraphOf(result),
-      (Paragraph{.styleName = "Quote",
-                 .runs = {TextRun{.text = "ne", .bold = true, .underline = true},
-                          TextRun{.text = "w", .bold = true, .italic = true, .underline = true}}}));
-}
-
-TEST(TransferFormatting, MixedOrEmptyLocalGivesOnlyTheStyleName) {
-  const std::vector<TextRun> externalRuns = {TextRun{.text = "plain"},
-                                             TextRun{.text = " bold", .bold = true}};
-  const Block external = withRuns("Body", externalRuns);
-  const Block mixed = withRuns(
-      "Quote",
-      {TextRun{.text = "one "}, TextRun{.text = "bold", .bold = true}, TextRun{.text = " word"}});
-  const Block empty = withRuns("Title", {});
-  EXPECT_EQ(paragraphOf(transferFormatting(&mixed, external)),
-            (Paragraph{.styleName = "Quote", .runs = externalRuns}));
-  EXPECT_EQ(paragraphOf(transferFormatting(&empty, external)),
-            (Paragraph{.styleName = "Title", .runs = externalRuns}));
-}
-
-TEST(TransferFormatting, ColourScriptAndReferenceMarks) {
-  const Block local = withRuns("Body", {TextRun{.text = "x",
-                                                .smallCaps = true,
-                                                .script = ScriptPosition::superscript,
-                                                .colorHex = "ff0000"}});
-  const Block external = withRuns(
-      "Body", {TextRun{.text = "a"}, TextRun{.text = "b", .colorHex = "00ff00"},
-               TextRun{.text = "1", .script = ScriptPosition::superscript, .footnoteID = 1},
-               TextRun{.text = "c", .strikethrough = true, .script = ScriptPosition::subscript}});
-  const Block result = transferFormatting(&local, external);
-  const auto& runs = paragraphOf(result).runs;
-  ASSERT_EQ(runs.size(), 4u);
-  // The local colour fills in where the external run has none; the local
-  // script is never carried over.
-  EXPECT_EQ(runs[0], (TextRun{.text = "a", .smallCaps = true, .colorHex = "ff0000"}));
-  EXPECT_EQ(runs[1], (TextRun{.text = "b", .smallCaps = true, .colorHex = "00ff00"}));
-  EXPECT_EQ(runs[2], paragraphOf(external).runs[2]);  // a reference mark keeps its look
-  EXPECT_EQ(runs[3], (TextRun{.text = "c",
-                              .strikethrough = true,
-                              .smallCaps = true,
-                              .script = ScriptPosition::subscript,
-                              .colorHex = "ff0000"}));
+  for (const auto& c : cases) {
+    const Block local = styled("Quote", c.local), external = styled("Body", c.external);
+    const Block result = transferFormatting(&local, external);
+    EXPECT_EQ(result.id, external.id) << c.name;
+    EXPECT_EQ(std::get<Paragraph>(result.kind),
+              (Paragraph{.styleName = "Quote", .runs = c.expected}))
+        << c.name;
+  }
 }
 
 }  // namespace
