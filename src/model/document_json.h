@@ -1,6 +1,9 @@
 // The document file's JSON form of model values. Keys are the model's field
 // names, sorted; dates are seconds since 2001-01-01; ids upper-case UUIDs;
-// optional values are left out when absent.
+// image bytes standard base64 with padding; enumerations their case names;
+// optional values are left out when absent. A block is {"id", "kind"} where
+// "kind" holds one key naming the alternative ("paragraph", "table" or
+// "image") whose value is {"_0": payload}.
 #pragma once
 
 #include "model/json_writer.h"
@@ -8,7 +11,21 @@
 
 namespace inkharbour::DocumentJson {
 
+void write(JsonWriter& json, const ProjectDocument& document);
+void write(JsonWriter& json, const Story& story);
+void write(JsonWriter& json, const StoryLink& link);
+void write(JsonWriter& json, const Block& block);
+void write(JsonWriter& json, const Paragraph& paragraph);
+void write(JsonWriter& json, const TextRun& run);
+void write(JsonWriter& json, const Table& table);
+void write(JsonWriter& json, const TableCell& cell);
+void write(JsonWriter& json, const ImageBlock& image);
+void write(JsonWriter& json, const Footnote& footnote);
 void write(JsonWriter& json, const ChangeRecord& record);
 void write(JsonWriter& json, const ConflictNote& note);
+
+// About the number of bytes `document` encodes to, a little more rather than
+// less: enough to reserve the output once.
+std::size_t sizeHint(const ProjectDocument& document);
 
 }  // namespace inkharbour::DocumentJson

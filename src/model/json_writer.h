@@ -28,6 +28,9 @@ class JsonWriter {
   // The text written so far; complete once every container is closed.
   const std::string& text() const { return out_; }
   std::string take() { return std::move(out_); }
+  // Makes room for `bytes` of output in all, so that a large text is not
+  // copied as it grows.
+  void reserve(std::size_t bytes) { out_.reserve(bytes); }
 
  private:
   void beforeValue();
