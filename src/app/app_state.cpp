@@ -1,0 +1,228 @@
+#include "app/app_state.h"
+
+#include <algorithm>
+
+#include "app/link_status.h"
+#include "importers/docx_error.h"
+#include "model/document_file.h"
+
+namespace inkharbour {
+
+namespace {
+
+constexpr std::string_view kNewStoryName = "Untitled Story";
+
+// "Untitled Story", or the first of "Untitled Story 2", "Untitled Story 3",
+// ... that no story is called.
+std::string freeStoryName(const std::vector<Story>& stories) {
+  auto taken = [&](const std::string& name) {
+    return std::any_of(stories.begin(), stories.end(),
+                       [&](const Story& story) { return story.name == name; });
+  };
+  std::string name(kNewStoryName);
+  for (int number = 2; taken(name); ++number) {
+    name = std::string(kNewStoryName) + " " + std::to_string(number);
+  }
+  return name;
+}
+
+}  // namespace
+
+AppState::AppState() : statusCache_(std::make_unique<LinkStatusCache>()) {}
+
+AppState::~AppState() = default;
+
+void AppState::setObserver(std::function<void()> willChange) {
+  observer_ = std::move(willChange);
+}
+
+std::optional<std::size_t> AppState::selectedStoryIndex() const {
+  if (!selectedStoryID_) return std::nullopt;
+  for (std::size_t i = 0; i < document_.stories.size(); ++i) {
+    if (document_.stories[i].id == *selectedStoryID_) return i;
+  }
+  return std::nullopt;
+}
+
+std::size_t AppState::modifiedLinkCount() const {
+  return static_cast<std::size_t>(
+      std::count_if(linkStatuses_.begin(), linkStatuses_.end(),
+                    [](const auto& entry) { return entry.second == LinkStatus::modified; }));
+}
+
+// --- Private helpers ---------------------------------------------------------
+
+Story* AppState::findStory(const Uuid& storyID) {
+  for (auto& story : document_.stories) {
+    if (story.id == storyID) return &story;
+  }
+  return nullptr;
+}
+
+void AppState::willChange() {
+  if (observer_) observer_();
+}
+
+void AppState::setStatus(const Uuid& storyID, LinkStatus status) {
+  willChange();
+  linkStatuses_[storyID] = status;
+}
+
+void AppState::removeStatus(const Uuid& storyID) {
+  willChange();
+  linkStatuses_.erase(storyID);
+}
+
+void AppState::fail(const std::exception& error) {
+  failWith(describeError(error));
+}
+
+void AppState::failWith(std::string message) {
+  willChange();
+  lastError_ = std::move(message);
+}
+
+void AppState::bumpReloadToken() {
+  willChange();
+  ++editorReloadToken_;
+}
+
+// --- Setters -------------------------------------------------------------------
+
+void AppState::selectStory(std::optional<Uuid> storyID) {
+  willChange();
+  selectedStoryID_ = storyID;
+}
+
+void AppState::replaceStoryContent(const Uuid& storyID, std::vector<Block> blocks,
+                                   std::vector<Footnote> footnotes) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  willChange();
+  story->blocks = std::move(blocks);
+  story->footnotes = std::move(footnotes);
+}
+
+void AppState::clearLastError() {
+  willChange();
+  lastError_.reset();
+}
+
+// --- Link statuses -----------------------------------------------------------
+
+void AppState::refreshLinkStatus(const Uuid& storyID) {
+  const Story* story = findStory(storyID);
+  if (story == nullptr || !story->link) {
+    statusCache_->forget(storyID);
+    removeStatus(storyID);
+    return;
+  }
+  setStatus(storyID, statusCache_->decide(storyID, *story->link, document_.styleMap));
+}
+
+void AppState::refreshAllLinkStatuses() {
+  std::vector<Uuid> ids;
+  ids.reserve(document_.stories.size());
+  for (const auto& story : document_.stories) ids.push_back(story.id);
+  for (const auto& id : ids) refreshLinkStatus(id);
+}
+
+// --- Document operations -----------------------------------------------------
+
+void AppState::newStory() {
+  Story story{.name = freeStoryName(document_.stories),
+              .blocks = {Block{.kind = Paragraph::make("Body", "")}}};
+  const Uuid id = story.id;
+  willChange();
+  document_.stories.push_back(std::move(story));
+  selectStory(id);
+  bumpReloadToken();
+}
+
+void AppState::deleteStory(const Uuid& storyID) {
+  auto& stories = document_.stories;
+  const auto found = std::find_if(stories.begin(), stories.end(),
+                                  [&](const Story& story) { return story.id == storyID; });
+  if (found == stories.end()) return;
+  const auto index = static_cast<std::size_t>(found - stories.begin());
+  const bool wasSelected = selectedStoryID_ == storyID;
+  willChange();
+  stories.erase(found);
+  statusCache_->forget(storyID);
+  removeStatus(storyID);
+  if (!wasSelected) return;
+  std::optional<Uuid> next;
+  if (index < stories.size()) {
+    next = stories[index].id;
+  } else if (index > 0) {
+    next = stories[index - 1].id;
+  }
+  selectStory(next);
+  bumpReloadToken();
+}
+
+void AppState::unlink(const Uuid& storyID) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  if (story->link) {
+    willChange();
+    story->link.reset();
+  }
+  statusCache_->forget(storyID);
+  removeStatus(storyID);
+}
+
+void AppState::dismissNote(const Uuid& storyID, const Uuid& noteID) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  auto& notes = story->notes;
+  const auto found = std::find_if(notes.begin(), notes.end(),
+                                  [&](const ConflictNote& note) { return note.id == noteID; });
+  if (found == notes.end()) return;
+  willChange();
+  notes.erase(found);
+}
+
+void AppState::updateTable(const Uuid& storyID, const Uuid& blockID, Table newTable) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  for (auto& block : story->blocks) {
+    if (block.id != blockID) continue;
+    if (!std::holds_alternative<Table>(block.kind)) return;
+    willChange();
+    block.kind = std::move(newTable);
+    bumpReloadToken();
+    return;
+  }
+}
+
+void AppState::openDocument(const std::filesystem::path& path) {
+  ProjectDocument opened;
+  try {
+    opened = DocumentFile::read(path);
+  } catch (const std::exception& error) {
+    fail(error);
+    return;
+  }
+  willChange();
+  document_ = std::move(opened);
+  // Statuses and cached digests belong to the old document; the same story
+  // ids may well come back (the same file opened again) with other bases.
+  statusCache_->clear();
+  willChange();
+  linkStatuses_.clear();
+  selectStory(document_.stories.empty() ? std::nullopt
+                                        : std::optional<Uuid>(document_.stories.front().id));
+  bumpReloadToken();
+  refreshAllLinkStatuses();
+}
+
+void AppState::saveDocument(const std::filesystem::path& path) {
+  try {
+    DocumentFile::write(document_, path);
+  } catch (const std::exception& error) {
+    fail(error);
+  }
+}
+
+}  // namespace inkharbour

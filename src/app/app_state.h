@@ -1,0 +1,163 @@
+// AppState: the one application object that the interface reads and drives.
+// It owns the open document, the selected story, the status of every story's
+// link, the last error text and the editor's reload counter, and it carries
+// out every user-level operation on them: new, open, save, delete, unlink,
+// table edits, and the link workflows (place, link to original, export, update
+// from the linked file, push to it, update all).
+//
+// Operations never throw. A failure puts its user-facing text into
+// lastError() (a reader's DocxError message, a document file's error, or a
+// file-system failure described by describeError) and leaves the document as
+// it was. An unknown story id, or a story without a link where one is needed,
+// ends an operation silently. Deciding link statuses never writes lastError().
+//
+// There is no timer here: the interface calls refreshAllLinkStatuses() (or
+// tick()) every two seconds. Thanks to the status cache a tick costs one stat()
+// per unchanged linked file. Single-threaded, like everything in the core.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "model/story.h"
+
+namespace inkharbour {
+
+class LinkStatusCache;
+
+class AppState {
+ public:
+  // The file name extensions that placing and linking to an original accept,
+  // in the order the open panel lists them: Word, Excel, plain text.
+  static constexpr std::array<std::string_view, 3> kPlaceableExtensions = {"docx", "xlsx", "txt"};
+
+  // An empty document, nothing selected, no statuses, no error, token 0.
+  AppState();
+  ~AppState();
+  AppState(const AppState&) = delete;
+  AppState& operator=(const AppState&) = delete;
+
+  // --- Published fields ------------------------------------------------------
+
+  const ProjectDocument& document() const { return document_; }
+  std::optional<Uuid> selectedStoryID() const { return selectedStoryID_; }
+  // The last decided status of each linked story; no entry means not linked
+  // or not decided yet.
+  const std::map<Uuid, LinkStatus>& linkStatuses() const { return linkStatuses_; }
+  // The message for the last failed operation. Kept until the next failure
+  // or clearLastError().
+  const std::optional<std::string>& lastError() const { return lastError_; }
+  // Increased whenever the content the editor shows changes other than by
+  // the editor itself; the editor then reloads the selected story.
+  std::int64_t editorReloadToken() const { return editorReloadToken_; }
+
+  // `willChange` is called before every write of a published field, even one
+  // that writes the same value again, while the old value is still readable.
+  // It must not call back into operations that change the state.
+  void setObserver(std::function<void()> willChange);
+
+  // --- Derived ---------------------------------------------------------------
+
+  // The position of the first story with the selected id; none when nothing
+  // is selected or no story has that id.
+  std::optional<std::size_t> selectedStoryIndex() const;
+  // The number of links whose status is modified.
+  std::size_t modifiedLinkCount() const;
+
+  // --- What the editor and the lists set -------------------------------------
+
+  // Selects a story (any id; none clears the selection).
+  void selectStory(std::optional<Uuid> storyID);
+  // The editor's edits: replaces the story's blocks and footnotes. The link
+  // and its status stay as they are, and the reload token does not change,
+  // since the editor already shows this content.
+  void replaceStoryContent(const Uuid& storyID, std::vector<Block> blocks,
+                           std::vector<Footnote> footnotes);
+  void clearLastError();
+
+  // --- Link statuses ---------------------------------------------------------
+
+  // Re-decides one story's status: no entry for an unknown or unlinked
+  // story; missing when the file is absent or cannot be read; upToDate when
+  // its content fingerprints equal those of the link's base snapshot;
+  // modified otherwise. Local edits never enter the decision.
+  void refreshLinkStatus(const Uuid& storyID);
+  // refreshLinkStatus for every story, in story order.
+  void refreshAllLinkStatuses();
+  // One poll of the interface's two-second timer.
+  void tick() { refreshAllLinkStatuses(); }
+
+  // --- Document operations ---------------------------------------------------
+
+  // Appends an unlinked story named "Untitled Story" ("Untitled Story 2", 3,
+  // ... when the name is taken) holding one empty "Body" paragraph, and
+  // selects it.
+  void newStory();
+  // Removes the story and its status. When it was selected, the story that
+  // takes its place is selected, else the one before it, else none.
+  void deleteStory(const Uuid& storyID);
+  // Drops the story's link and status; its content and notes stay.
+  void unlink(const Uuid& storyID);
+  // Removes one Story Note.
+  void dismissNote(const Uuid& storyID, const Uuid& noteID);
+  // Replaces the table of a table block (the table editor's result).
+  void updateTable(const Uuid& storyID, const Uuid& blockID, Table newTable);
+  // Replaces the document with the file's, selects its first story and
+  // decides every link's status at once. On failure the open document stays.
+  void openDocument(const std::filesystem::path& path);
+  // Writes the document to the file, replacing it atomically.
+  void saveDocument(const std::filesystem::path& path);
+
+  // --- Link workflows --------------------------------------------------------
+
+  // Imports the file as a new story linked to it (named after the file
+  // without its extension, base snapshot = what was imported, status
+  // upToDate), appends it and selects it.
+  void place(const std::filesystem::path& path);
+  // Links an existing story to a file, replacing any link it had. The base
+  // snapshot is the story's own current content, so a file that differs shows
+  // as modified: updateFromLinked then takes the file's changes in, while
+  // updateLinkedDocument overwrites it. The status is then decided as a poll
+  // would; a file that cannot be read shows as missing, with no error.
+  void linkToOriginal(const Uuid& storyID, const std::filesystem::path& path);
+  // Writes the story to a new Word document (".docx" is appended unless the
+  // name already ends so) and links the story to it, up to date.
+  void exportStory(const Uuid& storyID, const std::filesystem::path& path);
+  // "Update Link": merges the linked file's changes since the base snapshot
+  // into the story. Conflict notes are appended to the story's notes, the
+  // merge report is replaced, the imported content becomes the new base.
+  void updateFromLinked(const Uuid& storyID);
+  // "Push Edits": writes the story over its linked Word document; its
+  // content becomes the new base. Refused for Excel links.
+  void updateLinkedDocument(const Uuid& storyID);
+  // updateFromLinked for every story whose status is modified, in story order.
+  void updateAllLinks();
+
+ private:
+  Story* findStory(const Uuid& storyID);
+  void willChange();
+  void setStatus(const Uuid& storyID, LinkStatus status);
+  void removeStatus(const Uuid& storyID);
+  void fail(const std::exception& error);
+  void failWith(std::string message);
+  void bumpReloadToken();
+
+  ProjectDocument document_;
+  std::optional<Uuid> selectedStoryID_;
+  std::map<Uuid, LinkStatus> linkStatuses_;
+  std::optional<std::string> lastError_;
+  std::int64_t editorReloadToken_ = 0;
+
+  std::function<void()> observer_;
+  std::unique_ptr<LinkStatusCache> statusCache_;
+};
+
+}  // namespace inkharbour

@@ -1,0 +1,182 @@
+// The link workflows of AppState: place, link to original, export, update
+// from the linked file, push to it, update all.
+#include <algorithm>
+#include <cctype>
+#include <system_error>
+
+#include "app/app_state.h"
+#include "app/link_status.h"
+#include "importers/docx_reader.h"
+#include "merge/merge_engine.h"
+#include "writer/docx_writer.h"
+#include "writer/text_writer.h"
+
+namespace inkharbour {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kExcelIsOneWay =
+    "Excel links are one-way: spreadsheet data merges in, but stories are not pushed back to "
+    ".xlsx.";
+
+// Links hold absolute paths, so a document keeps working from another
+// working directory.
+fs::path absolutePath(const fs::path& path) {
+  std::error_code error;
+  const fs::path absolute = fs::absolute(path, error);
+  return error ? path : absolute.lexically_normal();
+}
+
+bool hasDocxExtension(const fs::path& path) {
+  std::string extension = path.extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension == ".docx";
+}
+
+template <typename T>
+void append(std::vector<T>& to, std::vector<T>&& from) {
+  to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
+}
+
+}  // namespace
+
+void AppState::place(const fs::path& chosen) {
+  const fs::path path = absolutePath(chosen);
+  Story story{.name = path.stem().string()};
+  std::optional<LinkStatusCache::LinkedRead> read;
+  try {
+    read = statusCache_->read(story.id, path, document_.styleMap);
+  } catch (const std::exception& error) {
+    fail(error);
+    return;
+  }
+  story.blocks = read->content.blocks;
+  story.footnotes = read->content.footnotes;
+  story.link = StoryLink{.path = path.string(),
+                         .kind = DocxReader::linkKind(path),
+                         .baseBlocks = std::move(read->content.blocks),
+                         .baseFootnotes = std::move(read->content.footnotes),
+                         .lastSync = now()};
+  const Uuid id = story.id;
+  statusCache_->setBase(id, read->digest);
+  willChange();
+  document_.stories.push_back(std::move(story));
+  selectStory(id);
+  setStatus(id, LinkStatus::upToDate);
+  bumpReloadToken();
+}
+
+void AppState::linkToOriginal(const Uuid& storyID, const fs::path& chosen) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  const fs::path path = absolutePath(chosen);
+  willChange();
+  story->link = StoryLink{.path = path.string(),
+                          .kind = DocxReader::linkKind(path),
+                          .baseBlocks = story->blocks,
+                          .baseFootnotes = story->footnotes,
+                          .lastSync = now()};
+  statusCache_->forget(storyID);
+  refreshLinkStatus(storyID);
+}
+
+void AppState::exportStory(const Uuid& storyID, const fs::path& chosen) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  fs::path path = absolutePath(chosen);
+  if (!hasDocxExtension(path)) path += ".docx";
+  try {
+    DocxWriter::write(story->blocks, story->footnotes, path);
+  } catch (const std::exception& error) {
+    fail(error);
+    return;
+  }
+  willChange();
+  story->link = StoryLink{.path = path.string(),
+                          .kind = LinkKind::word,
+                          .baseBlocks = story->blocks,
+                          .baseFootnotes = story->footnotes,
+                          .lastSync = now()};
+  statusCache_->forget(storyID);
+  setStatus(storyID, LinkStatus::upToDate);
+}
+
+void AppState::updateFromLinked(const Uuid& storyID) {
+  Story* story = findStory(storyID);
+  if (story == nullptr || !story->link) return;
+  std::optional<LinkStatusCache::LinkedRead> read;
+  try {
+    read = statusCache_->read(storyID, story->link->path, document_.styleMap);
+  } catch (const std::exception& error) {
+    fail(error);
+    return;
+  }
+  StoryLink& link = *story->link;
+  auto blocks = MergeEngine::merge(link.baseBlocks, story->blocks, read->content.blocks);
+  auto footnotes =
+      MergeEngine::mergeFootnotes(link.baseFootnotes, story->footnotes, read->content.footnotes);
+
+  willChange();
+  story->blocks = std::move(blocks.blocks);
+  story->footnotes = std::move(footnotes.footnotes);
+  // Earlier notes stay until the user dismisses them; the report is this merge's alone.
+  append(story->notes, std::move(blocks.notes));
+  append(story->notes, std::move(footnotes.notes));
+  story->lastMergeReport = std::move(blocks.changes);
+  append(story->lastMergeReport, std::move(footnotes.changes));
+  link.baseBlocks = std::move(read->content.blocks);
+  link.baseFootnotes = std::move(read->content.footnotes);
+  link.lastSync = now();
+  statusCache_->setBase(storyID, read->digest);
+  setStatus(storyID, LinkStatus::upToDate);
+  bumpReloadToken();
+}
+
+void AppState::updateLinkedDocument(const Uuid& storyID) {
+  Story* story = findStory(storyID);
+  if (story == nullptr || !story->link) return;
+  if (story->link->kind == LinkKind::excel) {
+    failWith(std::string(kExcelIsOneWay));
+    return;
+  }
+  // A text link gets plain text: a Word package written over the author's
+  // .txt would destroy it and leave a link to an unreadable file.
+  const bool text = story->link->kind == LinkKind::text;
+  ImportResult written;
+  try {
+    if (text) {
+      TextWriter::write(story->blocks, story->link->path);
+      // Plain text drops formatting and pictures; the base is what the file
+      // now holds, so the link reads up to date.
+      written = DocxReader::readAs(story->link->path, LinkKind::text, document_.styleMap);
+    } else {
+      DocxWriter::write(story->blocks, story->footnotes, story->link->path);
+    }
+  } catch (const std::exception& error) {
+    fail(error);
+    return;
+  }
+  willChange();
+  story->link->baseBlocks = text ? std::move(written.blocks) : story->blocks;
+  story->link->baseFootnotes = text ? std::vector<Footnote>{} : story->footnotes;
+  story->link->lastSync = now();
+  // What the file now holds is the reader's business: the next poll reads it.
+  statusCache_->forget(storyID);
+  setStatus(storyID, LinkStatus::upToDate);
+}
+
+void AppState::updateAllLinks() {
+  std::vector<Uuid> modified;
+  for (const auto& story : document_.stories) {
+    const auto status = linkStatuses_.find(story.id);
+    if (status != linkStatuses_.end() && status->second == LinkStatus::modified) {
+      modified.push_back(story.id);
+    }
+  }
+  for (const auto& id : modified) updateFromLinked(id);
+}
+
+}  // namespace inkharbour
