@@ -6,7 +6,10 @@
 #include <functional>
 #include <string_view>
 
+#include "importers/docx_reader.h"
 #include "importers/package.h"
+#include "model/atomic_file.h"
+#include "writer/docx_writer.h"
 
 namespace inkharbour::bench {
 
@@ -983,6 +986,152 @@ fs::path ensureWorkbook(const fs::path& directory, const WorkbookShape& shape) {
                     std::to_string(shape.columns) + "-" + hex(shape.seed) + "-v" +
                     std::to_string(kGeneratorVersion) + ".xlsx";
   return cached(directory, name, [&](const fs::path& path) { writeWorkbook(path, shape); });
+}
+
+// --- Edited versions ---------------------------------------------------------
+
+namespace {
+
+// Part of the merge inputs' names: bump it whenever editedBlocks or bookText
+// change what they make.
+constexpr int kEditVersion = 1;
+
+// Words an edit puts in place of another: none of them is in kWordList, so
+// a changed paragraph never equals its old text.
+constexpr auto kReplacementWords = std::to_array<std::string_view>(
+    {"lamplit", "seaward", "quayside", "brackish", "moorings", "driftwood", "shingle", "beacon"});
+
+bool hasText(const Block& block) {
+  const auto* paragraph = std::get_if<Paragraph>(&block.kind);
+  if (paragraph == nullptr) return false;
+  return std::any_of(paragraph->runs.begin(), paragraph->runs.end(), [](const TextRun& run) {
+    return !run.footnoteID && run.text.find_first_not_of(' ') != std::string::npos;
+  });
+}
+
+// Replaces one word of one run (never a footnote mark), keeping every run's
+// formatting.
+void changeWord(Paragraph& paragraph, Random& random) {
+  std::vector<TextRun*> runs;
+  for (auto& run : paragraph.runs) {
+    if (!run.footnoteID && run.text.find_first_not_of(' ') != std::string::npos) {
+      runs.push_back(&run);
+    }
+  }
+  std::string& text = runs[static_cast<std::size_t>(random.below(runs.size()))]->text;
+  std::vector<std::pair<std::size_t, std::size_t>> words;  // start, length
+  for (std::size_t i = 0; i < text.size();) {
+    const auto start = text.find_first_not_of(' ', i);
+    if (start == std::string::npos) break;
+    const auto end = std::min(text.find(' ', start), text.size());
+    words.emplace_back(start, end - start);
+    i = end;
+  }
+  const auto [start, length] = words[static_cast<std::size_t>(random.below(words.size()))];
+  text.replace(start, length, kReplacementWords[random.below(kReplacementWords.size())]);
+}
+
+}  // namespace
+
+std::vector<Block> editedBlocks(const std::vector<Block>& book, const EditShape& shape) {
+  Random random(shape.seed ^ (static_cast<std::uint64_t>(shape.side) * 0x9E3779B97F4A7C15ull));
+  Prose prose(random);
+  enum class Action { change, insert, remove };
+  // The places, ascending: one per stretch of this side.
+  std::vector<std::pair<std::size_t, Action>> places;
+  const std::size_t stretches = 2 * static_cast<std::size_t>(std::max(shape.edits, 0));
+  const std::size_t stretch = stretches == 0 ? 0 : book.size() / stretches;
+  for (std::size_t k = static_cast<std::size_t>(shape.side); stretch > 0 && k < stretches; k += 2) {
+    // Away from both ends of the stretch: the other side edits its neighbours.
+    const std::size_t margin = stretch / 4;
+    std::size_t at =
+        k * stretch + margin +
+        static_cast<std::size_t>(random.below(std::max<std::size_t>(1, stretch - 2 * margin)));
+    while (at < book.size() && !hasText(book[at])) ++at;
+    if (at >= book.size() || (!places.empty() && places.back().first >= at)) continue;
+    const int roll = random.below(100);
+    const Action action = roll < shape.changedPercent                           ? Action::change
+                          : roll < shape.changedPercent + shape.insertedPercent ? Action::insert
+                                                                                : Action::remove;
+    places.emplace_back(at, action);
+  }
+
+  std::vector<Block> out;
+  out.reserve(book.size() + places.size());
+  auto place = places.begin();
+  for (std::size_t i = 0; i < book.size(); ++i) {
+    if (place == places.end() || place->first != i) {
+      out.push_back(book[i]);
+      continue;
+    }
+    switch ((place++)->second) {
+      case Action::change: {
+        Block block = book[i];
+        changeWord(std::get<Paragraph>(block.kind), random);
+        out.push_back(std::move(block));
+        break;
+      }
+      case Action::insert:
+        out.push_back(Block{.kind = Paragraph::make("Body", prose.words(random.between(8, 32)))});
+        out.push_back(book[i]);
+        break;
+      case Action::remove:
+        break;
+    }
+  }
+  return out;
+}
+
+std::string bookText(const std::vector<Block>& blocks) {
+  std::string text;
+  for (const auto& block : blocks) {
+    if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
+      for (const auto& run : paragraph->runs) text += run.text;
+      text += '\n';
+    } else if (const auto* table = std::get_if<Table>(&block.kind)) {
+      for (const auto& row : table->rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+          if (i > 0) text += '\t';
+          text += row[i].text();
+        }
+        text += '\n';
+      }
+    }
+  }
+  return text;
+}
+
+MergeInputs ensureMergeInputs(const fs::path& directory, const BookShape& shape, int edits) {
+  const auto book = ensureBook(directory, shape);
+  const auto stem = book.stem().string() + "-e" + std::to_string(edits) + "-m" +
+                    std::to_string(kEditVersion) + "-";
+  auto triple = [&](const char* extension) {
+    return MergeTriple{.base = directory / (stem + "base" + extension),
+                       .local = directory / (stem + "local" + extension),
+                       .external = directory / (stem + "external" + extension)};
+  };
+  const MergeInputs inputs{.word = triple(".docx"), .text = triple(".txt")};
+  const std::array<const MergeTriple*, 2> triples = {&inputs.word, &inputs.text};
+  const bool cached = std::all_of(triples.begin(), triples.end(), [](const MergeTriple* t) {
+    return fs::is_regular_file(t->base) && fs::is_regular_file(t->local) &&
+           fs::is_regular_file(t->external);
+  });
+  if (cached) return inputs;
+
+  const auto imported = DocxReader::read(book, StyleMap{});
+  const auto local = editedBlocks(imported.blocks, EditShape{.edits = edits, .side = 0});
+  const auto external = editedBlocks(imported.blocks, EditShape{.edits = edits, .side = 1});
+  const std::array<std::pair<const std::vector<Block>*, const fs::path*>, 3> versions = {
+      {{&imported.blocks, &inputs.word.base},
+       {&local, &inputs.word.local},
+       {&external, &inputs.word.external}}};
+  const std::array<const fs::path*, 3> texts = {&inputs.text.base, &inputs.text.local,
+                                                &inputs.text.external};
+  for (std::size_t i = 0; i < versions.size(); ++i) {
+    DocxWriter::write(*versions[i].first, imported.footnotes, *versions[i].second);
+    writeFileAtomically(*texts[i], bookText(*versions[i].first));
+  }
+  return inputs;
 }
 
 }  // namespace inkharbour::bench

@@ -1,4 +1,4 @@
-// Synthetic but realistic input for the import benchmarks: a book-size Word
+// Synthetic but realistic input for the benchmarks: a book-size Word
 // document and a large workbook, written as real OOXML packages.
 //
 // The Word book is marked up the way Word saves a manuscript that has been
@@ -7,14 +7,17 @@
 // fonts, language and the odd italic or bold stretch; chapters are "Heading 1"
 // paragraphs; footnotes, tables and pictures are spread through the text.
 // The workbook is an order list mixing shared strings, numbers, formulas,
-// dates and booleans. Everything is deterministic: the same shape and seed
-// give the same bytes.
+// dates and booleans. For the merge benchmark, edited versions of the book
+// are derived from it, as Word files and as plain text. Everything is
+// deterministic: the same shape and seed give the same bytes.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
+
+#include "model/story.h"
 
 namespace inkharbour::bench {
 
@@ -66,5 +69,49 @@ void writeWorkbook(const std::filesystem::path& destination, const WorkbookShape
 std::filesystem::path ensureBook(const std::filesystem::path& directory, const BookShape& shape);
 std::filesystem::path ensureWorkbook(const std::filesystem::path& directory,
                                      const WorkbookShape& shape);
+
+// --- Edited versions, for the merge benchmark -------------------------------
+
+// The edits that turn a book into one side of a three-way merge. The book is
+// cut into 2 x `edits` equal stretches; side 0 edits one place in each even
+// stretch and side 1 one place in each odd one, away from the stretch's ends,
+// so the two sides' edits never touch and a merge of them has no conflict.
+struct EditShape {
+  int edits = 600;
+  int side = 0;  // 0 or 1
+  // What an edit does, in percent; the rest delete a paragraph.
+  int changedPercent = 80;   // one word of one run replaced, formatting kept
+  int insertedPercent = 10;  // a new "Body" paragraph before the place
+  std::uint64_t seed = 0x0F1E2D3C4B5A6978;
+};
+
+// `book` with the edits applied. Only paragraphs with text are changed or
+// deleted (an edit that falls on a table or picture moves to the next
+// paragraph); every other block is copied, id included.
+std::vector<Block> editedBlocks(const std::vector<Block>& book, const EditShape& shape);
+
+// The book as a plain-text file: a line per paragraph, a line per table row
+// with its cells separated by tabs, pictures left out; every line ends with
+// a line feed.
+std::string bookText(const std::vector<Block>& blocks);
+
+// The three files of one merge: the common base and the two edited sides.
+struct MergeTriple {
+  std::filesystem::path base;
+  std::filesystem::path local;
+  std::filesystem::path external;
+};
+
+struct MergeInputs {
+  MergeTriple word;  // .docx files written by DocxWriter
+  MergeTriple text;  // the same content as .txt files (bookText)
+};
+
+// The merge inputs derived from the book of `shape`: the book as imported
+// is the base, editedBlocks with side 0 the local and with side 1 the
+// external version, each with `edits` edits; footnotes are the same in all.
+// Cached in `directory` like ensureBook.
+MergeInputs ensureMergeInputs(const std::filesystem::path& directory, const BookShape& shape,
+                              int edits);
 
 }  // namespace inkharbour::bench

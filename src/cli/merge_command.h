@@ -37,6 +37,10 @@ struct MergeOutcome {
 MergeOutcome mergeContents(const ImportResult& base, const ImportResult& local,
                            const ImportResult& external);
 
+// The same outcome, moving what it keeps out of the three sides instead of
+// copying it; they are left valid but unspecified.
+MergeOutcome mergeContents(ImportResult&& base, ImportResult&& local, ImportResult&& external);
+
 // The report: one line per change record, then one per Story Note; or with
 // `json` one object {"changes": [...], "notes": [...]} in the document
 // file's form.

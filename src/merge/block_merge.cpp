@@ -1,8 +1,10 @@
 #include "merge/block_merge.h"
 
 #include <algorithm>
+#include <concepts>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "merge/formatting_transfer.h"
 #include "merge/lcs.h"
@@ -18,9 +20,27 @@ namespace {
 using Ids = std::span<const std::uint32_t>;
 constexpr std::size_t kNoPartner = SIZE_MAX;
 
+// The merge is written once for two kinds of input. Over `const Block`
+// every block that reaches the result is a copy; over `Block` (inputs the
+// caller has given up) it is moved there, so a book's text is never held
+// twice. Either way the result is the same.
+template <typename B>
+concept InputBlock = std::same_as<B, const Block> || std::same_as<B, Block>;
+
+// The block as it goes into the result: copied or moved.
+template <InputBlock B>
+decltype(auto) pass(B& block) {
+  if constexpr (std::is_const_v<B>) {
+    return block;
+  } else {
+    return std::move(block);
+  }
+}
+
 // One side of a region: its blocks and their key ids.
+template <InputBlock B>
 struct Side {
-  std::span<const Block> blocks;
+  std::span<B> blocks;
   Ids keys;
 
   std::size_t size() const { return blocks.size(); }
@@ -40,11 +60,14 @@ std::vector<std::size_t> partners(Ids a, Ids b) {
   return out;
 }
 
-void append(std::vector<Block>& out, std::span<const Block> blocks) {
-  out.insert(out.end(), blocks.begin(), blocks.end());
+template <InputBlock B>
+void append(std::vector<Block>& out, std::span<B> blocks) {
+  for (B& block : blocks) out.push_back(pass(block));
 }
 
-std::optional<std::vector<Block>> refine(const Side& base, const Side& ours, const Side& theirs) {
+template <InputBlock B>
+std::optional<std::vector<Block>> refine(const Side<B>& base, const Side<B>& ours,
+                                         const Side<B>& theirs) {
   const auto mo = partners(base.keys, ours.keys);
   const auto mt = partners(base.keys, theirs.keys);
   for (std::size_t b = 0; b < base.size(); ++b) {
@@ -68,20 +91,25 @@ std::optional<std::vector<Block>> refine(const Side& base, const Side& ours, con
     if (end) return out;
     // A block kept on both sides stays in its local version; one gone from
     // a side was deleted there (or replaced, its new version inserted).
-    if (mo[b] != kNoPartner && mt[b] != kNoPartner) out.push_back(ours.blocks[mo[b]]);
+    if (mo[b] != kNoPartner && mt[b] != kNoPartner) out.push_back(pass(ours.blocks[mo[b]]));
     if (mo[b] != kNoPartner) o = mo[b] + 1;
     if (mt[b] != kNoPartner) t = mt[b] + 1;
   }
 }
 
+// Builds the result region by region. The texts of a region's record are
+// taken before its blocks go into the result, since they may be moved there.
+template <InputBlock B>
 class BlockMerger {
  public:
+  explicit BlockMerger(std::size_t expectedBlocks) { result_.blocks.reserve(expectedBlocks); }
+
   Result take() { return std::move(result_); }
 
-  void keepAnchor(const Block& local) { result_.blocks.push_back(local); }
+  void keepAnchor(B& local) { result_.blocks.push_back(pass(local)); }
 
   // Resolves one unstable region; the first case that applies decides.
-  void emitUnstable(const Side& base, const Side& ours, const Side& theirs) {
+  void emitUnstable(const Side<B>& base, const Side<B>& ours, const Side<B>& theirs) {
     using Kind = ChangeRecord::Kind;
     if (const auto tables = singleTables(base, ours, theirs)) {
       const auto& [b, o, t] = *tables;
@@ -96,36 +124,40 @@ class BlockMerger {
       return;
     }
     if (sameKeys(ours.keys, base.keys)) {
+      ChangeRecord change =
+          makeRecord(Kind::externalEdit, changeSummary(base.blocks, theirs.blocks),
+                     joined(base.blocks), joined(theirs.blocks));
       takeExternal(ours, theirs);
-      record(Kind::externalEdit, changeSummary(base.blocks, theirs.blocks), joined(base.blocks),
-             joined(theirs.blocks));
+      result_.changes.push_back(std::move(change));
       return;
     }
     if (sameKeys(theirs.keys, base.keys)) {
+      ChangeRecord change = makeRecord(Kind::localKept, changeSummary(base.blocks, ours.blocks),
+                                       joined(ours.blocks), joined(base.blocks));
       append(result_.blocks, ours.blocks);
-      record(Kind::localKept, changeSummary(base.blocks, ours.blocks), joined(ours.blocks),
-             joined(base.blocks));
+      result_.changes.push_back(std::move(change));
       return;
     }
     if (sameKeys(ours.keys, theirs.keys)) {
+      ChangeRecord change = makeRecord(Kind::bothSame, changeSummary(base.blocks, ours.blocks));
       append(result_.blocks, ours.blocks);
-      record(Kind::bothSame, changeSummary(base.blocks, ours.blocks));
+      result_.changes.push_back(std::move(change));
       return;
     }
+    std::string localText = joined(ours.blocks);
+    std::string externalText = joined(theirs.blocks);
     if (auto refined = refine(base, ours, theirs)) {
       for (auto& block : *refined) result_.blocks.push_back(std::move(block));
       record(Kind::structural,
              "Independent insertions/deletions merged (" + std::to_string(ours.size()) +
                  " local, " + std::to_string(theirs.size()) + " external block(s))",
-             joined(ours.blocks), joined(theirs.blocks));
+             std::move(localText), std::move(externalText));
       return;
     }
     // A real conflict: the external side wins, the local text goes to a note
     // that points at the first external block.
     const auto position = static_cast<std::int64_t>(result_.blocks.size());
     takeExternal(ours, theirs);
-    std::string localText = joined(ours.blocks);
-    std::string externalText = joined(theirs.blocks);
     result_.notes.push_back(ConflictNote{
         .paragraphIndex = position, .localText = localText, .externalText = externalText});
     record(Kind::conflict,
@@ -141,8 +173,8 @@ class BlockMerger {
     const Table* theirs;
   };
 
-  static std::optional<Tables> singleTables(const Side& base, const Side& ours,
-                                            const Side& theirs) {
+  static std::optional<Tables> singleTables(const Side<B>& base, const Side<B>& ours,
+                                            const Side<B>& theirs) {
     if (base.size() != 1 || ours.size() != 1 || theirs.size() != 1) return std::nullopt;
     const auto* b = std::get_if<Table>(&base.blocks[0].kind);
     const auto* o = std::get_if<Table>(&ours.blocks[0].kind);
@@ -153,38 +185,64 @@ class BlockMerger {
 
   // The external blocks, each dressed like the local block at the same
   // position in the region: blocks pair by position, not by content.
-  void takeExternal(const Side& ours, const Side& theirs) {
+  void takeExternal(const Side<B>& ours, const Side<B>& theirs) {
     for (std::size_t j = 0; j < theirs.size(); ++j) {
       result_.blocks.push_back(
-          transferFormatting(j < ours.size() ? &ours.blocks[j] : nullptr, theirs.blocks[j]));
+          transferFormatting(j < ours.size() ? &ours.blocks[j] : nullptr, pass(theirs.blocks[j])));
     }
+  }
+
+  static ChangeRecord makeRecord(ChangeRecord::Kind kind, std::string summary,
+                                 std::optional<std::string> localText = std::nullopt,
+                                 std::optional<std::string> externalText = std::nullopt) {
+    return ChangeRecord{.kind = kind,
+                        .summary = std::move(summary),
+                        .localText = std::move(localText),
+                        .externalText = std::move(externalText)};
   }
 
   void record(ChangeRecord::Kind kind, std::string summary,
               std::optional<std::string> localText = std::nullopt,
               std::optional<std::string> externalText = std::nullopt) {
-    result_.changes.push_back(ChangeRecord{.kind = kind,
-                                           .summary = std::move(summary),
-                                           .localText = std::move(localText),
-                                           .externalText = std::move(externalText)});
+    result_.changes.push_back(
+        makeRecord(kind, std::move(summary), std::move(localText), std::move(externalText)));
   }
 
   Result result_;
 };
 
-}  // namespace
+// The key ids of the three lists. The interner is gone when this returns,
+// so its tables are not held through the rest of the merge.
+struct Keys {
+  std::vector<std::uint32_t> base, ours, theirs;
+};
 
-Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
-             const std::vector<Block>& theirs) {
+Keys keysOf(std::span<const Block> base, std::span<const Block> ours,
+            std::span<const Block> theirs) {
   KeyInterner interner;
-  const auto baseKeys = interner.addAll(base);
-  const auto oursKeys = interner.addAll(ours);
-  const auto theirsKeys = interner.addAll(theirs);
-  const Side b{base, baseKeys}, o{ours, oursKeys}, t{theirs, theirsKeys};
-  const auto matchOurs = partners(baseKeys, oursKeys);
-  const auto matchTheirs = partners(baseKeys, theirsKeys);
+  Keys keys;
+  keys.base = interner.addAll(base);
+  keys.ours = interner.addAll(ours);
+  keys.theirs = interner.addAll(theirs);
+  return keys;
+}
 
-  BlockMerger merger;
+// About as many blocks as the result will hold: each side's insertions and
+// deletions add to the other's. Reserving it spares the result's storage a
+// doubling, which for a book would be the merge's largest allocation.
+std::size_t expectedSize(std::size_t base, std::size_t ours, std::size_t theirs) {
+  const std::size_t combined = ours + theirs >= base ? ours + theirs - base : 0;
+  return std::max({ours, theirs, combined}) + 16;
+}
+
+template <InputBlock B>
+Result mergeBlocks(std::span<B> base, std::span<B> ours, std::span<B> theirs) {
+  const Keys keys = keysOf(base, ours, theirs);
+  const Side<B> b{base, keys.base}, o{ours, keys.ours}, t{theirs, keys.theirs};
+  const auto matchOurs = partners(keys.base, keys.ours);
+  const auto matchTheirs = partners(keys.base, keys.theirs);
+
+  BlockMerger<B> merger(expectedSize(base.size(), ours.size(), theirs.size()));
   std::size_t b0 = 0, o0 = 0, t0 = 0;
   auto flush = [&](std::size_t bEnd, std::size_t oEnd, std::size_t tEnd) {
     if (bEnd > b0 || oEnd > o0 || tEnd > t0) {
@@ -204,14 +262,23 @@ Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
   return merger.take();
 }
 
+}  // namespace
+
+Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
+             const std::vector<Block>& theirs) {
+  return mergeBlocks<const Block>(base, ours, theirs);
+}
+
+Result merge(std::vector<Block>&& base, std::vector<Block>&& ours, std::vector<Block>&& theirs) {
+  return mergeBlocks<Block>(base, ours, theirs);
+}
+
 std::optional<std::vector<Block>> refineChunk(std::span<const Block> base,
                                               std::span<const Block> ours,
                                               std::span<const Block> theirs) {
-  KeyInterner interner;
-  const auto baseKeys = interner.addAll(base);
-  const auto oursKeys = interner.addAll(ours);
-  const auto theirsKeys = interner.addAll(theirs);
-  return refine(Side{base, baseKeys}, Side{ours, oursKeys}, Side{theirs, theirsKeys});
+  const Keys keys = keysOf(base, ours, theirs);
+  return refine(Side<const Block>{base, keys.base}, Side<const Block>{ours, keys.ours},
+                Side<const Block>{theirs, keys.theirs});
 }
 
 }  // namespace inkharbour::MergeEngine

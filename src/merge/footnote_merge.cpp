@@ -1,6 +1,9 @@
+#include <concepts>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
+#include <type_traits>
 
 #include "merge/merge_engine.h"
 
@@ -8,24 +11,35 @@ namespace inkharbour::MergeEngine {
 
 namespace {
 
-using ById = std::map<std::int64_t, const Footnote*>;
+// As in the block merge: over `const Footnote` the kept footnotes are
+// copied, over `Footnote` (inputs the caller has given up) moved.
+template <typename F>
+concept InputFootnote = std::same_as<F, const Footnote> || std::same_as<F, Footnote>;
 
-ById index(const std::vector<Footnote>& footnotes) {
-  ById out;
-  for (const auto& footnote : footnotes) out.try_emplace(footnote.id, &footnote);
+template <InputFootnote F>
+using ById = std::map<std::int64_t, F*>;
+
+template <InputFootnote F>
+ById<F> index(std::span<F> footnotes) {
+  ById<F> out;
+  for (auto& footnote : footnotes) out.try_emplace(footnote.id, &footnote);
   return out;
 }
 
-const Footnote* find(const ById& footnotes, std::int64_t id) {
+template <InputFootnote F>
+F* find(const ById<F>& footnotes, std::int64_t id) {
   const auto it = footnotes.find(id);
   return it == footnotes.end() ? nullptr : it->second;
 }
 
+// Every text a record needs is taken before the footnote is kept, since
+// keeping may move it.
+template <InputFootnote F>
 class FootnoteMerger {
  public:
   FootnoteResult take() { return std::move(result_); }
 
-  void mergeOne(std::int64_t id, const Footnote* b, const Footnote* o, const Footnote* t) {
+  void mergeOne(std::int64_t id, F* b, F* o, F* t) {
     using Kind = ChangeRecord::Kind;
     if (b == nullptr) {
       // New on one side or both; the external one wins when both added it.
@@ -89,7 +103,13 @@ class FootnoteMerger {
   }
 
  private:
-  void keep(const Footnote& footnote) { result_.footnotes.push_back(footnote); }
+  void keep(F& footnote) {
+    if constexpr (std::is_const_v<F>) {
+      result_.footnotes.push_back(footnote);
+    } else {
+      result_.footnotes.push_back(std::move(footnote));
+    }
+  }
 
   void record(std::int64_t id, ChangeRecord::Kind kind, std::string_view suffix,
               std::optional<std::string> localText = std::nullopt,
@@ -104,18 +124,28 @@ class FootnoteMerger {
   FootnoteResult result_;
 };
 
+template <InputFootnote F>
+FootnoteResult mergeAll(std::span<F> base, std::span<F> ours, std::span<F> theirs) {
+  const ById<F> b = index(base), o = index(ours), t = index(theirs);
+  std::set<std::int64_t> ids;  // the union, ascending
+  for (const ById<F>* side : {&b, &o, &t}) {
+    for (const auto& entry : *side) ids.insert(entry.first);
+  }
+  FootnoteMerger<F> merger;
+  for (const std::int64_t id : ids) merger.mergeOne(id, find(b, id), find(o, id), find(t, id));
+  return merger.take();
+}
+
 }  // namespace
 
 FootnoteResult mergeFootnotes(const std::vector<Footnote>& base, const std::vector<Footnote>& ours,
                               const std::vector<Footnote>& theirs) {
-  const ById b = index(base), o = index(ours), t = index(theirs);
-  std::set<std::int64_t> ids;  // the union, ascending
-  for (const ById* side : {&b, &o, &t}) {
-    for (const auto& entry : *side) ids.insert(entry.first);
-  }
-  FootnoteMerger merger;
-  for (const std::int64_t id : ids) merger.mergeOne(id, find(b, id), find(o, id), find(t, id));
-  return merger.take();
+  return mergeAll<const Footnote>(base, ours, theirs);
+}
+
+FootnoteResult mergeFootnotes(std::vector<Footnote>&& base, std::vector<Footnote>&& ours,
+                              std::vector<Footnote>&& theirs) {
+  return mergeAll<Footnote>(base, ours, theirs);
 }
 
 }  // namespace inkharbour::MergeEngine

@@ -5,12 +5,16 @@
 namespace inkharbour::MergeEngine {
 
 Block transferFormatting(const Block* local, const Block& external) {
-  if (local == nullptr) return external;
-  const auto* from = std::get_if<Paragraph>(&local->kind);
-  const auto* to = std::get_if<Paragraph>(&external.kind);
-  if (from == nullptr || to == nullptr) return external;
+  return transferFormatting(local, Block(external));
+}
 
-  Paragraph paragraph{.styleName = from->styleName, .runs = to->runs};
+Block transferFormatting(const Block* local, Block&& external) {
+  if (local == nullptr) return std::move(external);
+  const auto* from = std::get_if<Paragraph>(&local->kind);
+  auto* to = std::get_if<Paragraph>(&external.kind);
+  if (from == nullptr || to == nullptr) return std::move(external);
+
+  Paragraph paragraph{.styleName = from->styleName, .runs = std::move(to->runs)};
   // Mixed local formatting cannot be mapped onto new words, so only the
   // style name travels then.
   const bool uniform = !from->runs.empty() &&

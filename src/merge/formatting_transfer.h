@@ -17,4 +17,8 @@ namespace inkharbour::MergeEngine {
 // only ever added, and a local script is never carried over.
 Block transferFormatting(const Block* local, const Block& external);
 
+// The same, taking over the external block's runs instead of copying them;
+// `external` is left valid but unspecified.
+Block transferFormatting(const Block* local, Block&& external);
+
 }  // namespace inkharbour::MergeEngine

@@ -48,6 +48,11 @@ struct TableMergeResult {
 Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
              const std::vector<Block>& theirs);
 
+// The same result, with the blocks that reach it moved out of the arguments
+// instead of copied: for a caller that has no further use for its inputs.
+// The three vectors are left valid but unspecified.
+Result merge(std::vector<Block>&& base, std::vector<Block>&& ours, std::vector<Block>&& theirs);
+
 // Merges footnotes matched by id and compared by text. One-sided edits and
 // deletions are applied; the external footnote wins a conflict, and one
 // edited differently on both sides leaves a note whose paragraphIndex is -1.
@@ -55,5 +60,10 @@ Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
 // the same id are ignored.
 FootnoteResult mergeFootnotes(const std::vector<Footnote>& base, const std::vector<Footnote>& ours,
                               const std::vector<Footnote>& theirs);
+
+// The same result, with the footnotes that reach it moved out of the
+// arguments; the three vectors are left valid but unspecified.
+FootnoteResult mergeFootnotes(std::vector<Footnote>&& base, std::vector<Footnote>&& ours,
+                              std::vector<Footnote>&& theirs);
 
 }  // namespace inkharbour::MergeEngine
