@@ -2,6 +2,9 @@
 
 #include <utf8proc.h>
 
+#include <cstdint>
+#include <cstring>
+
 namespace inkharbour::text {
 
 namespace {
@@ -47,6 +50,15 @@ std::string lowercased(std::string_view s) {
 bool isValidUtf8(std::string_view s) {
   std::size_t i = 0;
   while (i < s.size()) {
+    // Eight ASCII bytes at a time: most text is mostly ASCII.
+    if (i + 8 <= s.size()) {
+      std::uint64_t word;
+      std::memcpy(&word, s.data() + i, 8);
+      if ((word & 0x8080808080808080ull) == 0) {
+        i += 8;
+        continue;
+      }
+    }
     if (static_cast<unsigned char>(s[i]) < 0x80) {
       ++i;
       continue;
