@@ -26,8 +26,18 @@ run: build
 test: build
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
-bench: build
-	$(BUILD_DIR)/bench/import_bench
+# Every benchmark, each given the same scratch folder, which keeps the
+# generated books between runs.
+BENCH_DIR ?= $(or $(TMPDIR),/tmp)/inkharbour-bench
+BENCHES := import_bench merge_bench document_bench poll_bench
+
+# Timings mean nothing in a debug build: the release preset, whatever PRESET says.
+bench:
+	@$(MAKE) --no-print-directory build PRESET=release
+	@mkdir -p $(BENCH_DIR)
+	@set -e; for bench in $(BENCHES); do \
+	  echo "== $$bench"; build/release/bench/$$bench $(BENCH_DIR); \
+	done
 
 clean:
 	rm -rf build

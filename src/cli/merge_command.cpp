@@ -42,17 +42,12 @@ struct Sides {
   ImportResult external;
 };
 
-// The readers are pure, so the base is read on a thread of its own while
-// this one reads the local and the external file: on two cores the three
-// reads take about as long as two. (A thread for each would make three
-// files' buffers live at once for little gain, the cores being two.)
-// Failures are reported in the order base, local, external, as when the
-// files are read in turn.
+// The readers are pure, so the three files are read at once. Failures are
+// reported in the order base, local, external, as when they are read in turn.
 Sides readSides(const MergeRequest& request) {
   auto base = std::async(std::launch::async, readSide, request.base, request.kind);
-  auto local = std::async(std::launch::deferred, readSide, request.local, request.kind);
+  auto local = std::async(std::launch::async, readSide, request.local, request.kind);
   auto external = std::async(std::launch::deferred, readSide, request.external, request.kind);
-  local.wait();
   external.wait();
   // Braced initialisers run in order, so the base's failure comes first.
   return Sides{.base = base.get(), .local = local.get(), .external = external.get()};

@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "app/app_state.h"
 #include "cli/dump.h"
 #include "importers/docx_reader.h"
 #include "importers/package.h"
+#include "model/document_file.h"
 #include "model/style_sheet.h"
 
 namespace inkharbour::cli {
@@ -113,6 +115,86 @@ std::string reportsMissingPackage(const fs::path& folder) {
   return "no error for a file that is not a package";
 }
 
+std::string decodesLegacyDocument(const fs::path&) {
+  const std::string legacy = R"({"stories": [{
+      "id": "5A1C3E4B-7D2F-4E1A-9B3C-0D5E6F708192",
+      "name": "Old Story",
+      "paragraphs": [{"styleName": "Body", "runs": [{"text": "Once upon a tide", "italic": true}]}],
+      "notes": [],
+      "link": {"path": "\/tmp\/old story.docx",
+               "baseSnapshot": [{"styleName": "Body", "runs": [{"text": "Once upon a tide"}]}],
+               "lastSync": 0}}]})";
+  const ProjectDocument document = DocumentFile::decode(legacy);
+  if (document.stories.size() != 1) return "expected one story";
+  const Story& story = document.stories[0];
+  if (story.name != "Old Story") return "wrong name: " + story.name;
+  if (story.id.string() != "5A1C3E4B-7D2F-4E1A-9B3C-0D5E6F708192") return "wrong id";
+  if (story.blocks.size() != 1) return "expected one block";
+  const auto* paragraph = std::get_if<Paragraph>(&story.blocks[0].kind);
+  if (paragraph == nullptr || paragraph->runs.size() != 1 || !paragraph->runs[0].italic) {
+    return "expected one paragraph with one italic run";
+  }
+  if (!story.link) return "the link is missing";
+  if (story.link->kind != LinkKind::word) return "expected a Word link";
+  if (story.link->baseBlocks.size() != 1 ||
+      !std::holds_alternative<Paragraph>(story.link->baseBlocks[0].kind)) {
+    return "expected a base snapshot of one paragraph";
+  }
+  if (story.link->lastSync != 0) return "expected lastSync 0";
+  return {};
+}
+
+std::string documentRoundTrips(const fs::path&) {
+  Paragraph cited = Paragraph::make("Heading 1", "Chapter ");
+  cited.runs.push_back(TextRun{.text = "red", .bold = true, .colorHex = "C00000"});
+  cited.runs.push_back(TextRun::footnoteReference(1));
+  const Table table{.rows = {{TableCell{.paragraphs = {Paragraph::make("Body", "cell")}}, {}}}};
+  const ProjectDocument document{
+      .stories = {Story{
+          .name = "Round \"trip\" / story",
+          .blocks = {Block{.kind = cited}, Block{.kind = table},
+                     Block{.kind = ImageBlock{.data = {0x89, 'P', 'N', 'G', 0}, .name = "a.png"}}},
+          .footnotes = {Footnote{.id = 1, .paragraphs = {Paragraph::make("Body", "A note.")}}},
+          .link = StoryLink{.path = "/tmp/story.docx",
+                            .kind = LinkKind::text,
+                            .baseBlocks = {Block{.kind = Paragraph::make("Body", "base")}},
+                            .lastSync = 12.5},
+          .notes = {ConflictNote{
+              .paragraphIndex = 2, .localText = "mine", .externalText = "theirs"}},
+          .lastMergeReport = {ChangeRecord{
+              .kind = ChangeRecord::Kind::conflict, .summary = "Conflict", .localText = "mine"}}}},
+      .styleMap = {{"Caption", "Quote"}}};
+  const std::string bytes = DocumentFile::encode(document);
+  if (DocumentFile::decode(bytes) != document) return "the decoded document differs";
+  if (DocumentFile::encode(DocumentFile::decode(bytes)) != bytes) return "the bytes differ";
+  return {};
+}
+
+// The desktop's everyday cycle with a text file, headless.
+std::string updatesFromChangedFile(const fs::path& folder) {
+  const fs::path file = folder / "cycle.txt";
+  std::ofstream(file, std::ios::binary) << "first\nsecond";
+  AppState state;
+  state.place(file);
+  if (state.lastError()) return "place failed: " + *state.lastError();
+  const Uuid id = state.document().stories.at(0).id;
+  std::ofstream(file, std::ios::binary | std::ios::trunc) << "first\nsecond, revised";
+  state.refreshAllLinkStatuses();
+  if (state.linkStatuses().at(id) != LinkStatus::modified) return "the change was not noticed";
+  state.updateFromLinked(id);
+  if (state.lastError()) return "update failed: " + *state.lastError();
+  std::string text;
+  for (const auto& block : state.document().stories.at(0).blocks) {
+    if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
+      text += paragraph->text() + "|";
+    }
+  }
+  if (text != "first|second, revised|") return "the story holds " + text;
+  state.refreshAllLinkStatuses();
+  if (state.linkStatuses().at(id) != LinkStatus::upToDate) return "not up to date after update";
+  return {};
+}
+
 }  // namespace
 
 bool runSelfTests(std::ostream& out) {
@@ -122,6 +204,9 @@ bool runSelfTests(std::ostream& out) {
       {"read a plain-text file", readsText},
       {"map Word style names", mapsStyles},
       {"report a file that is not a package", reportsMissingPackage},
+      {"decode a document in the old layout", decodesLegacyDocument},
+      {"write and read back a document unchanged", documentRoundTrips},
+      {"place a file, change it, update the story", updatesFromChangedFile},
   };
 
   std::error_code ignored;

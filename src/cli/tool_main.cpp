@@ -1,11 +1,12 @@
 // inkharbour-cli: headless use of the core. Exit status 0 on success, 1 when
-// a command ran but found a problem (a conflict, an unreadable file), 2 on an
-// error or a usage mistake.
+// a command ran but found a problem (a conflict, a link modified or missing,
+// a file dump cannot read), 2 on an error or a usage mistake.
 #include <CLI/CLI.hpp>
 
 #include <iostream>
 #include <map>
 
+#include "cli/document_commands.h"
 #include "cli/dump.h"
 #include "cli/merge_command.h"
 
@@ -37,6 +38,54 @@ int main(int argc, char** argv) {
                    "read and write every file as docx, xlsx or text, whatever its name")
       ->transform(CLI::CheckedTransformer(kinds));
 
+  // The document commands: each names its subcommand and what it needs.
+  cli::DocumentRequest request;
+  std::map<CLI::App*, cli::DocumentCommand> documentCommands;
+  auto document = [&](const char* name, cli::DocumentCommand command, const char* description) {
+    auto* sub = app.add_subcommand(name, description);
+    sub->add_option("document", request.document, "the .inkharbour document")->required();
+    documentCommands[sub] = command;
+    return sub;
+  };
+  auto story = [&](CLI::App* sub) {
+    sub->add_option("story", request.story, "a story's name or id")->required();
+    return sub;
+  };
+  auto json = [&](CLI::App* sub) {
+    sub->add_flag("--json", request.json, "print JSON");
+    return sub;
+  };
+  using cli::DocumentCommand;
+  document("new", DocumentCommand::newDocument, "Create an empty document")
+      ->add_flag("--force", request.force, "replace an existing file");
+  document("place", DocumentCommand::place, "Place each file as a new story linked to it")
+      ->add_option("files", request.files, "a .docx, .xlsx or text file")
+      ->required();
+  story(document("link", DocumentCommand::link, "Link a story to a file"))
+      ->add_option("file", request.files, "the file")
+      ->required()
+      ->expected(1);
+  story(document("unlink", DocumentCommand::unlink, "Drop a story's link"));
+  json(document("status", DocumentCommand::status,
+                "Show each story's link status; exit 1 when one is modified or missing"));
+  json(story(document("update", DocumentCommand::update,
+                      "Merge the linked file's changes into a story (Update Link)")));
+  document("update-all", DocumentCommand::updateAll, "Update every modified link");
+  story(document("push", DocumentCommand::push, "Write a story over its linked file (Push Edits)"));
+  story(document("export", DocumentCommand::exportStory,
+                 "Write a story to a new Word document and link it there"))
+      ->add_option("output", request.files, "the new .docx")
+      ->required()
+      ->expected(1);
+  json(story(document("notes", DocumentCommand::notes, "Show a story's Story Notes")));
+  story(document("dismiss-note", DocumentCommand::dismissNote, "Remove a Story Note"))
+      ->add_option("note", request.note, "the Story Note's id")
+      ->required();
+  json(story(document("report", DocumentCommand::report,
+                      "Show a story's last merge report and its Story Notes")));
+  json(document("stories", DocumentCommand::stories, "List the stories"));
+  story(document("delete-story", DocumentCommand::deleteStory, "Remove a story"));
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -49,6 +98,11 @@ int main(int argc, char** argv) {
     if (!mergeOutput.empty()) merge.output = mergeOutput;
     merge.kind = mergeKind;
     return cli::runMerge(merge, std::cout, std::cerr);
+  }
+  for (const auto& [sub, command] : documentCommands) {
+    if (!*sub) continue;
+    request.command = command;
+    return cli::runDocumentCommand(request, std::cout, std::cerr);
   }
   return 2;
 }

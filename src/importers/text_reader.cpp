@@ -33,50 +33,56 @@ namespace {
                                describeBytes(limits.textBytes) + ", the limit for one import");
 }
 
-struct FileBytes {
-  std::unique_ptr<char[]> data;
-  std::size_t size = 0;
-  std::string_view view() const { return {data.get(), size}; }
+constexpr std::size_t kChunkSize = 1 << 20;
+
+// An open text file read in chunks: a book is never held whole beside the
+// paragraphs made from it.
+class ChunkedFile {
+ public:
+  ChunkedFile(const std::filesystem::path& path, const ImportLimits& limits)
+      : path_(path), limits_(limits), fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (fd_ < 0) failErrno(path, errno);
+    struct stat info {};
+    if (::fstat(fd_, &info) != 0) failErrno(path, errno);
+    if (S_ISDIR(info.st_mode)) failErrno(path, EISDIR);
+    if (static_cast<std::uint64_t>(info.st_size) > limits.textBytes) tooLarge(path, limits);
+  }
+  ~ChunkedFile() { ::close(fd_); }
+  ChunkedFile(const ChunkedFile&) = delete;
+  ChunkedFile& operator=(const ChunkedFile&) = delete;
+
+  // Hands each chunk to `sink`, from the start of the file; a file that grew
+  // past the limit meanwhile is refused.
+  template <typename Sink>
+  void each(Sink&& sink) {
+    if (::lseek(fd_, 0, SEEK_SET) != 0) failErrno(path_, errno);
+    std::uint64_t total = 0;
+    for (;;) {
+      const ssize_t n = ::read(fd_, buffer_.get(), kChunkSize);
+      if (n < 0) {
+        if (errno == EINTR) continue;
+        failErrno(path_, errno);
+      }
+      if (n == 0) return;
+      total += static_cast<std::uint64_t>(n);
+      if (total > limits_.textBytes) tooLarge(path_, limits_);
+      sink(std::string_view(buffer_.get(), static_cast<std::size_t>(n)));
+    }
+  }
+
+ private:
+  const std::filesystem::path& path_;
+  const ImportLimits& limits_;
+  int fd_;
+  std::unique_ptr<char[]> buffer_{new char[kChunkSize]};
 };
 
-FileBytes readAll(const std::filesystem::path& path, const ImportLimits& limits) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) failErrno(path, errno);
-  struct Closer {
-    int fd;
-    ~Closer() { ::close(fd); }
-  } closer{fd};
-
-  struct stat info {};
-  if (::fstat(fd, &info) != 0) failErrno(path, errno);
-  if (S_ISDIR(info.st_mode)) failErrno(path, EISDIR);
-  if (static_cast<std::uint64_t>(info.st_size) > limits.textBytes) tooLarge(path, limits);
-
-  // One byte more than the file holds: filling it means the file grew since
-  // fstat, and only then does the buffer grow. Left uninitialised, since
-  // every byte used is read into.
-  std::size_t capacity = static_cast<std::size_t>(info.st_size) + 1;
-  std::unique_ptr<char[]> bytes(new char[capacity]);
-  std::size_t size = 0;
-  for (;;) {
-    if (size == capacity) {
-      if (capacity > limits.textBytes) break;
-      const std::size_t larger = std::min<std::uint64_t>(limits.textBytes + 1, capacity * 2);
-      std::unique_ptr<char[]> grown(new char[larger]);
-      std::memcpy(grown.get(), bytes.get(), size);
-      bytes = std::move(grown);
-      capacity = larger;
-    }
-    const ssize_t n = ::read(fd, bytes.get() + size, capacity - size);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      failErrno(path, errno);
-    }
-    if (n == 0) break;
-    size += static_cast<std::size_t>(n);
-  }
-  if (size > limits.textBytes) tooLarge(path, limits);
-  return {std::move(bytes), size};
+void appendParagraph(std::vector<Block>& blocks, std::string_view line) {
+  // Built in place: a book has tens of thousands of lines.
+  auto& block = blocks.emplace_back(Block{.id = Uuid::random(), .kind = Paragraph{}});
+  auto& paragraph = std::get<Paragraph>(block.kind);
+  paragraph.styleName = "Body";
+  if (!line.empty()) paragraph.runs.emplace_back().text.assign(line);
 }
 
 }  // namespace
@@ -87,13 +93,9 @@ std::vector<Block> paragraphs(std::string_view text) {
   std::size_t start = 0;
   for (;;) {
     const auto end = text.find('\n', start);
-    const auto line = text.substr(start, end == std::string_view::npos ? std::string_view::npos
-                                                                        : end - start);
-    // Built in place: a book has tens of thousands of lines.
-    auto& block = blocks.emplace_back(Block{.id = Uuid::random(), .kind = Paragraph{}});
-    auto& paragraph = std::get<Paragraph>(block.kind);
-    paragraph.styleName = "Body";
-    if (!line.empty()) paragraph.runs.emplace_back().text.assign(line);
+    appendParagraph(blocks, text.substr(start, end == std::string_view::npos
+                                                    ? std::string_view::npos
+                                                    : end - start));
     if (end == std::string_view::npos) break;
     start = end + 1;
   }
@@ -101,17 +103,52 @@ std::vector<Block> paragraphs(std::string_view text) {
 }
 
 std::vector<Block> read(const std::filesystem::path& path, const ImportLimits& limits) {
-  const FileBytes bytes = readAll(path, limits);
-  std::string_view content = bytes.view();
-  if (content.starts_with("\xEF\xBB\xBF")) content.remove_prefix(3);
-  if (!text::isValidUtf8(content)) fail(path, std::errc::illegal_byte_sequence);
-  const auto lines = 1 + static_cast<std::uint64_t>(std::count(content.begin(), content.end(), '\n'));
+  ChunkedFile file(path, limits);
+
+  // Counted first (from the page cache, at memchr speed) so that the blocks
+  // are allocated once, at their final size.
+  std::uint64_t lines = 1;
+  file.each([&](std::string_view chunk) {
+    lines += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.end(), '\n'));
+  });
   if (lines > limits.items) {
     throw DocxError::parseFailed(path.filename().string() + ": more than " +
                                  std::to_string(limits.items) +
                                  " paragraphs, the limit for one import");
   }
-  return paragraphs(content);
+
+  std::vector<Block> blocks;
+  blocks.reserve(static_cast<std::size_t>(lines));
+  std::string pending;  // the part of a line that a chunk boundary cut
+  bool firstLine = true;
+  // A line feed never occurs inside a multi-byte sequence, so each line can
+  // be checked on its own.
+  auto emit = [&](std::string_view line) {
+    if (firstLine) {
+      // A leading byte-order mark is an encoding mark, not text.
+      if (line.starts_with("\xEF\xBB\xBF")) line.remove_prefix(3);
+      firstLine = false;
+    }
+    if (!text::isValidUtf8(line)) fail(path, std::errc::illegal_byte_sequence);
+    appendParagraph(blocks, line);
+  };
+  file.each([&](std::string_view chunk) {
+    std::size_t start = 0;
+    for (auto end = chunk.find('\n'); end != std::string_view::npos;
+         end = chunk.find('\n', start)) {
+      if (pending.empty()) {
+        emit(chunk.substr(start, end - start));
+      } else {
+        pending.append(chunk.substr(start, end - start));
+        emit(pending);
+        pending.clear();
+      }
+      start = end + 1;
+    }
+    pending.append(chunk.substr(start));
+  });
+  emit(pending);
+  return blocks;
 }
 
 }  // namespace inkharbour::TextReader

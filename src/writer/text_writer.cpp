@@ -15,36 +15,47 @@ std::string rowLine(const std::vector<TableCell>& row) {
   return line;
 }
 
+// Hands the text to `sink` in pieces of about `piece` bytes.
+template <typename Sink>
+void produce(const std::vector<Block>& blocks, std::size_t piece, Sink&& sink) {
+  std::string out;
+  out.reserve(piece + 4096);
+  bool first = true;
+  auto newLine = [&] {
+    if (!first) out += '\n';
+    first = false;
+  };
+  for (const auto& block : blocks) {
+    if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
+      newLine();
+      for (const auto& run : paragraph->runs) out += run.text;
+    } else if (const auto* table = std::get_if<Table>(&block.kind)) {
+      for (const auto& row : table->rows) {
+        newLine();
+        out += rowLine(row);
+      }
+    }
+    if (out.size() >= piece) {
+      sink(std::string_view(out));
+      out.clear();
+    }
+  }
+  sink(std::string_view(out));
+}
+
 }  // namespace
 
 std::string text(const std::vector<Block>& blocks) {
-  // Sized first: grown by doubling, a book's text would pass through several
-  // buffers larger than it needs.
-  std::size_t size = 0;
-  for (const auto& block : blocks) {
-    if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
-      for (const auto& run : paragraph->runs) size += run.text.size();
-      ++size;
-    } else if (const auto* table = std::get_if<Table>(&block.kind)) {
-      for (const auto& row : table->rows) size += rowLine(row).size() + 1;
-    }
-  }
-  std::string out;
-  out.reserve(size);
-  for (const auto& block : blocks) {
-    if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
-      for (const auto& run : paragraph->runs) out += run.text;
-      out += '\n';
-    } else if (const auto* table = std::get_if<Table>(&block.kind)) {
-      for (const auto& row : table->rows) (out += rowLine(row)) += '\n';
-    }
-  }
-  if (!out.empty()) out.pop_back();  // line feeds separate lines; the last ends nothing
-  return out;
+  std::string all;
+  produce(blocks, 1 << 20, [&](std::string_view piece) { all += piece; });
+  return all;
 }
 
 void write(const std::vector<Block>& blocks, const std::filesystem::path& path) {
-  writeFileAtomically(path, text(blocks));
+  // Streamed: a book's text is never held whole beside the book.
+  AtomicFile file(path);
+  produce(blocks, 1 << 20, [&](std::string_view piece) { file.write(piece); });
+  file.commit();
 }
 
 }  // namespace inkharbour::TextWriter
