@@ -1,6 +1,7 @@
 #include "cli/merge_command.h"
 
 #include <future>
+#include <memory>
 
 #include "importers/docx_error.h"
 #include "importers/docx_reader.h"
@@ -142,24 +143,34 @@ std::string formatReport(const MergeOutcome& outcome, bool json) {
 }
 
 int runMerge(const MergeRequest& request, std::ostream& out, std::ostream& err) {
-  MergeOutcome outcome;
+  auto outcome = std::make_unique<MergeOutcome>();
   try {
-    Sides sides = readSides(request);
-    outcome =
-        mergeContents(std::move(sides.base), std::move(sides.local), std::move(sides.external));
-    // What the merge did not take (the base, replaced and deleted blocks)
-    // is freed on another core while the output is written.
-    auto freed = std::async(std::launch::async,
-                            [rest = std::move(sides)]() mutable { Sides gone = std::move(rest); });
-    if (request.output) writeOutput(outcome, *request.output, request.kind);
-    freed.get();
+    auto sides = std::make_unique<Sides>(readSides(request));
+    *outcome = mergeContents(std::move(sides->base), std::move(sides->local),
+                             std::move(sides->external));
+    if (request.exitsAfterwards) {
+      [[maybe_unused]] auto* left = sides.release();
+      if (request.output) writeOutput(*outcome, *request.output, request.kind);
+    } else {
+      // What the merge did not take (the base, replaced and deleted blocks)
+      // is freed on another core while the output is written.
+      auto freed = std::async(std::launch::async, [rest = std::move(sides)]() mutable {
+        rest.reset();
+      });
+      if (request.output) writeOutput(*outcome, *request.output, request.kind);
+      freed.get();
+    }
   } catch (const std::exception& error) {
     err << describeError(error) << '\n';
     return 2;
   }
-  out << formatReport(outcome, request.json);
+  out << formatReport(*outcome, request.json);
   out.flush();
-  return outcome.hasConflicts() ? 1 : 0;
+  const int status = outcome->hasConflicts() ? 1 : 0;
+  if (request.exitsAfterwards) {
+    [[maybe_unused]] auto* left = outcome.release();
+  }
+  return status;
 }
 
 }  // namespace inkharbour::cli

@@ -21,6 +21,10 @@ struct MergeRequest {
   // Read (and write) every file as this kind instead of by its extension.
   std::optional<LinkKind> kind;
   bool json = false;
+  // Set by a process that exits right after the merge: the stories are then
+  // left for the kernel to reclaim, which is instant, instead of being freed
+  // allocation by allocation.
+  bool exitsAfterwards = false;
 };
 
 struct MergeOutcome {

@@ -97,6 +97,7 @@ int main(int argc, char** argv) {
   if (*mergeCommand) {
     if (!mergeOutput.empty()) merge.output = mergeOutput;
     merge.kind = mergeKind;
+    merge.exitsAfterwards = true;
     return cli::runMerge(merge, std::cout, std::cerr);
   }
   for (const auto& [sub, command] : documentCommands) {
