@@ -15,23 +15,23 @@
 // temporary directory). --paragraphs sets the paragraphs per story, for
 // quicker runs and profiling. --check makes a missed goal exit 1.
 
+#include <CLI/CLI.hpp>
 #include <simdjson.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <filesystem>
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "bench_support.h"
 #include "model/base64.h"
 #include "model/document_file.h"
+#include "random.h"
 
 namespace inkharbour::bench {
 
@@ -46,7 +46,7 @@ struct Options {
   int repetitions = 3;
   int paragraphs = 60000;  // per story
   bool check = false;
-  fs::path directory = fs::temp_directory_path() / "inkharbour-bench";
+  fs::path directory = defaultDirectory();
 };
 
 struct Shape {
@@ -58,32 +58,7 @@ struct Shape {
   int chapterEvery = 1500;  // a "Heading 1" paragraph this often
 };
 
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 // --- The document ------------------------------------------------------------
-
-// splitmix64: the same document on every standard library.
-class Random {
- public:
-  explicit Random(std::uint64_t seed) : state_(seed) {}
-  std::uint64_t next() {
-    std::uint64_t z = (state_ += 0x9E3779B97F4A7C15ull);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-    return z ^ (z >> 31);
-  }
-  int between(int low, int high) {
-    return low + static_cast<int>(next() % static_cast<std::uint64_t>(high - low + 1));
-  }
-  bool percent(int p) { return static_cast<int>(next() % 100) < p; }
-
- private:
-  std::uint64_t state_;
-};
 
 // Prose-like words; a few carry accents, curly apostrophes, a dash, a slash
 // or quotes, so the writer meets multi-byte text and escapes.
@@ -257,41 +232,7 @@ json toJson(const ProjectDocument& document) {
   return json{{"stories", std::move(stories)}, {"styleMap", std::move(styleMap)}};
 }
 
-// --- Timing ------------------------------------------------------------------
-
-struct Case {
-  std::string name;
-  std::function<double()> run;  // one repetition; returns its CPU seconds
-  int floor = -1;               // index of the case it is compared with
-  double goal = 0;              // 0: shown without a goal
-  std::vector<double> samples;
-
-  double best() const { return *std::min_element(samples.begin(), samples.end()); }
-  double median() const {
-    auto sorted = samples;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted[sorted.size() / 2];
-  }
-};
-
-// CPU time of one call of `work`; freeing its result is not timed.
-template <typename Work>
-std::function<double()> timed(Work work) {
-  return [work] {
-    const double start = cpuSeconds();
-    [[maybe_unused]] const auto result = work();
-    return cpuSeconds() - start;
-  };
-}
-
-// One untimed warm-up round, then rounds that alternate between the cases so
-// that a busy neighbour slows all of them alike.
-void measure(std::vector<Case>& cases, int repetitions) {
-  for (auto& c : cases) c.run();
-  for (int round = 0; round < repetitions; ++round) {
-    for (auto& c : cases) c.samples.push_back(c.run());
-  }
-}
+// --- Floors ------------------------------------------------------------------
 
 std::size_t openFloor(const fs::path& file) {
   simdjson::padded_string text;
@@ -304,56 +245,6 @@ std::size_t openFloor(const fs::path& file) {
     throw std::runtime_error(file.string() + " is not JSON");
   }
   return text.size();
-}
-
-// --- Report ------------------------------------------------------------------
-
-double mebibytes(std::uint64_t bytes) { return static_cast<double>(bytes) / (1 << 20); }
-
-bool report(const std::vector<Case>& cases) {
-  bool missed = false;
-  for (const auto& c : cases) {
-    std::printf("  %-40s %9.1f %11.1f", c.name.c_str(), c.best() * 1e3, c.median() * 1e3);
-    if (c.floor >= 0) {
-      const double ratio = c.best() / cases[static_cast<std::size_t>(c.floor)].best();
-      std::printf("   %5.2fx", ratio);
-      if (c.goal > 0) {
-        std::printf("  goal <= %.1fx  %s", c.goal, ratio <= c.goal ? "ok" : "MISSED");
-        missed = missed || ratio > c.goal;
-      }
-    }
-    std::printf("\n");
-  }
-  return missed;
-}
-
-Options parseOptions(int argc, char** argv) {
-  Options options;
-  auto number = [&](int& i) {
-    if (i + 1 >= argc) throw std::invalid_argument(std::string(argv[i]) + " needs a number");
-    const std::string_view text = argv[++i];
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 1) {
-      throw std::invalid_argument("not a positive number: " + std::string(text));
-    }
-    return value;
-  };
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view argument = argv[i];
-    if (argument == "--repetitions") {
-      options.repetitions = number(i);
-    } else if (argument == "--paragraphs") {
-      options.paragraphs = number(i);
-    } else if (argument == "--check") {
-      options.check = true;
-    } else if (argument.starts_with("-")) {
-      throw std::invalid_argument("unknown option " + std::string(argument));
-    } else {
-      options.directory = argument;
-    }
-  }
-  return options;
 }
 
 int run(const Options& options) {
@@ -386,8 +277,7 @@ int run(const Options& options) {
               "          (built in %.2f s CPU)\n\n",
               mebibytes(fileBytes), document.stories.size(), shape.paragraphs, runs, shape.footnotes,
               images, mebibytes(shape.pictureBytes), built);
-  std::printf("CPU time, best of %d (median)                 best ms   median ms   ratio\n",
-              options.repetitions);
+  printCpuHeading(options.repetitions);
 
   // Saving first, while the nlohmann value exists; it is freed before opening.
   bool missed = false;
@@ -395,32 +285,32 @@ int run(const Options& options) {
     const double start = cpuSeconds();
     const json value = toJson(document);
     std::printf("  (nlohmann::json value built in %.2f s CPU, not timed below)\n", cpuSeconds() - start);
-    std::vector<Case> save;
+    std::vector<CpuCase> save;
     save.push_back({.name = "save floor: nlohmann dump(2)",
-                    .run = timed([&] { return value.dump(2); })});
+                    .run = cpuTimed([&] { return value.dump(2); })});
     save.push_back({.name = "DocumentFile::encode",
-                    .run = timed([&] { return DocumentFile::encode(document); }),
+                    .run = cpuTimed([&] { return DocumentFile::encode(document); }),
                     .floor = 0,
                     .goal = kSaveGoal});
     save.push_back({.name = "DocumentFile::write (encode + replace)",
-                    .run = timed([&] {
+                    .run = cpuTimed([&] {
                       DocumentFile::write(document, file);
                       return 0;
                     }),
                     .floor = 0});
-    measure(save, options.repetitions);
-    missed = report(save) || missed;
+    runRounds(save, options.repetitions);
+    missed = printCpuCases(save) || missed;
   }
 
-  std::vector<Case> open;
+  std::vector<CpuCase> open;
   open.push_back({.name = "open floor: read + simdjson DOM parse",
-                  .run = timed([&] { return openFloor(file); })});
+                  .run = cpuTimed([&] { return openFloor(file); })});
   open.push_back({.name = "DocumentFile::read",
-                  .run = timed([&] { return DocumentFile::read(file); }),
+                  .run = cpuTimed([&] { return DocumentFile::read(file); }),
                   .floor = 0,
                   .goal = kOpenGoal});
-  measure(open, options.repetitions);
-  missed = report(open) || missed;
+  runRounds(open, options.repetitions);
+  missed = printCpuCases(open) || missed;
 
   if (DocumentFile::read(file) != document) throw std::runtime_error("the document did not read back equal");
   return options.check && missed ? 1 : 0;
@@ -432,10 +322,15 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace inkharbour::bench;
-  try {
-    return run(parseOptions(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "document_bench: %s\n", error.what());
-    return 2;
-  }
+  return guarded("document_bench", [&] {
+    Options options;
+    CLI::App app{"Times opening and saving a large document file against simdjson and nlohmann.",
+                 "document_bench"};
+    addCount(app, "--repetitions", options.repetitions, "timed runs of each case");
+    addCount(app, "--paragraphs", options.paragraphs, "paragraphs in each story");
+    addCheck(app, options.check);
+    addDirectory(app, options.directory, "receives the saved document");
+    if (const auto status = parseCommandLine(app, argc, argv)) return *status;
+    return run(options);
+  });
 }

@@ -14,23 +14,19 @@
 
 #include <expat.h>
 #include <malloc.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <zip.h>
+#include <CLI/CLI.hpp>
 
-#include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
-#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "bench_support.h"
 #include "book_generator.h"
 #include "importers/docx_reader.h"
 #include "importers/xlsx_reader.h"
@@ -53,14 +49,9 @@ struct Options {
   int paragraphs = BookShape{}.paragraphs;
   int rows = WorkbookShape{}.rows;
   bool check = false;
-  fs::path directory = fs::temp_directory_path() / "inkharbour-bench";
+  fs::path directory = defaultDirectory();
+  fs::path peakChild;  // set in the child that measures one import
 };
-
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
 
 // --- The floor ---------------------------------------------------------------
 
@@ -146,33 +137,6 @@ std::uint64_t floorPass(const fs::path& package, const PartsRead& parts) {
   return size;
 }
 
-// --- Timing ------------------------------------------------------------------
-
-struct Case {
-  std::string name;
-  std::function<double()> run;  // one repetition; returns its CPU seconds
-  int floor = -1;               // index of the case it is compared with
-  std::vector<double> samples;
-
-  double best() const { return *std::min_element(samples.begin(), samples.end()); }
-  double median() const {
-    auto sorted = samples;
-    std::sort(sorted.begin(), sorted.end());
-    return sorted[sorted.size() / 2];
-  }
-};
-
-// CPU time of one call of `work`. Its result is freed after the clock stops:
-// releasing an import's result is not part of the import.
-template <typename Work>
-std::function<double()> timed(Work work) {
-  return [work] {
-    const double start = cpuSeconds();
-    [[maybe_unused]] const auto result = work();
-    return cpuSeconds() - start;
-  };
-}
-
 // --- Peak memory -------------------------------------------------------------
 
 struct PeakMemory {
@@ -180,12 +144,6 @@ struct PeakMemory {
   long peakKiB = 0;      // the child's peak over its whole life
   long growthKiB() const { return peakKiB - baselineKiB; }
 };
-
-long maxResidentKiB() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_maxrss;  // KiB on Linux
-}
 
 // The child side: report the peak so far, then import once and exit.
 int runPeakChild(const fs::path& file) {
@@ -203,31 +161,13 @@ PeakMemory measurePeak(const fs::path& self, const fs::path& file) {
   // The child's counter starts at this process's resident size when it
   // forks, so give back what the allocator holds first.
   malloc_trim(0);
-  int fds[2];
-  if (pipe(fds) != 0) throw std::runtime_error("pipe failed");
-  const pid_t pid = fork();
-  if (pid < 0) throw std::runtime_error("fork failed");
-  if (pid == 0) {
-    dup2(fds[1], STDOUT_FILENO);
-    close(fds[0]);
-    close(fds[1]);
-    execl(self.c_str(), self.c_str(), kPeakChildFlag.data(), file.c_str(), nullptr);
-    _exit(127);
-  }
-  close(fds[1]);
-  std::string output;
-  char buffer[256];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) {
-    output.append(buffer, static_cast<std::size_t>(n));
-  }
-  close(fds[0]);
-  int status = 0;
-  rusage usage{};
-  if (wait4(pid, &status, 0, &usage) != pid || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+  const ChildExit child = runSelf(self, {std::string(kPeakChildFlag), file.string()});
+  if (!child.succeeded) {
     throw std::runtime_error("the measuring child failed on " + file.string());
   }
-  PeakMemory memory{.baselineKiB = 0, .peakKiB = usage.ru_maxrss};
-  std::from_chars(output.data(), output.data() + output.size(), memory.baselineKiB);
+  PeakMemory memory{.baselineKiB = 0, .peakKiB = child.usage.ru_maxrss};
+  std::from_chars(child.output.data(), child.output.data() + child.output.size(),
+                  memory.baselineKiB);
   return memory;
 }
 
@@ -283,50 +223,6 @@ BookFacts describeBook(const fs::path& book) {
 
 // --- Report ------------------------------------------------------------------
 
-double mebibytes(std::uint64_t bytes) {
-  return static_cast<double>(bytes) / (1 << 20);
-}
-
-std::string mark(double ratio, double goal) {
-  return ratio <= goal ? "ok" : "MISSED";
-}
-
-Options parseOptions(int argc, char** argv) {
-  Options options;
-  // The path this program was started by; under a profiler such as valgrind
-  // /proc/self/exe would name the profiler instead.
-  const std::string_view started = argv[0];
-  options.self =
-      started.find('/') != std::string_view::npos ? fs::path(started) : fs::path("/proc/self/exe");
-  auto number = [&](int& i) {
-    if (i + 1 >= argc) throw std::invalid_argument(std::string(argv[i]) + " needs a number");
-    const std::string_view text = argv[++i];
-    int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value < 1) {
-      throw std::invalid_argument("not a positive number: " + std::string(text));
-    }
-    return value;
-  };
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view argument = argv[i];
-    if (argument == "--repetitions") {
-      options.repetitions = number(i);
-    } else if (argument == "--paragraphs") {
-      options.paragraphs = number(i);
-    } else if (argument == "--rows") {
-      options.rows = number(i);
-    } else if (argument == "--check") {
-      options.check = true;
-    } else if (argument.starts_with("-")) {
-      throw std::invalid_argument("unknown option " + std::string(argument));
-    } else {
-      options.directory = argument;
-    }
-  }
-  return options;
-}
-
 int run(const Options& options) {
   const double generationStart = cpuSeconds();
   const auto book = ensureBook(options.directory, BookShape::withParagraphs(options.paragraphs));
@@ -344,27 +240,24 @@ int run(const Options& options) {
   const BookFacts facts = describeBook(book);
   const Table sheet = XlsxReader::read(workbook);
 
-  std::vector<Case> cases;
+  std::vector<CpuCase> cases;
   cases.push_back({.name = "docx floor: libzip + expat",
-                   .run = timed([&] { return floorPass(book, docxParts); })});
+                   .run = cpuTimed([&] { return floorPass(book, docxParts); })});
   cases.push_back({.name = "DocxReader::read (.docx)",
-                   .run = timed([&] { return DocxReader::read(book, StyleMap{}); }),
-                   .floor = 0});
+                   .run = cpuTimed([&] { return DocxReader::read(book, StyleMap{}); }),
+                   .floor = 0,
+                   .goal = kCpuGoal});
   cases.push_back({.name = "xlsx floor: libzip + expat",
-                   .run = timed([&] { return floorPass(workbook, xlsxParts); })});
+                   .run = cpuTimed([&] { return floorPass(workbook, xlsxParts); })});
   cases.push_back({.name = "XlsxReader::read",
-                   .run = timed([&] { return XlsxReader::read(workbook); }),
-                   .floor = 2});
+                   .run = cpuTimed([&] { return XlsxReader::read(workbook); }),
+                   .floor = 2,
+                   .goal = kCpuGoal});
   cases.push_back({.name = "DocxReader::read (.xlsx)",
-                   .run = timed([&] { return DocxReader::read(workbook, StyleMap{}); }),
-                   .floor = 2});
-
-  // One untimed round warms the page cache and the allocator; the rounds
-  // then alternate between cases so that a busy neighbour hurts all alike.
-  for (auto& c : cases) c.run();
-  for (int round = 0; round < options.repetitions; ++round) {
-    for (auto& c : cases) c.samples.push_back(c.run());
-  }
+                   .run = cpuTimed([&] { return DocxReader::read(workbook, StyleMap{}); }),
+                   .floor = 2,
+                   .goal = kCpuGoal});
+  runRounds(cases, options.repetitions);
 
   std::printf("Inkharbour import benchmark\n\n");
   std::printf("book      %s\n", book.c_str());
@@ -385,18 +278,8 @@ int run(const Options& options) {
               sheet.columnCount());
   std::printf("          (inputs ready in %.2f s CPU)\n\n", generation);
 
-  std::printf("CPU time, best of %d (median)                 best ms   median ms   ratio\n",
-              options.repetitions);
-  bool missed = false;
-  for (const auto& c : cases) {
-    std::printf("  %-40s %9.1f %11.1f", c.name.c_str(), c.best() * 1e3, c.median() * 1e3);
-    if (c.floor >= 0) {
-      const double ratio = c.best() / cases[static_cast<std::size_t>(c.floor)].best();
-      std::printf("   %5.2fx  goal <= %.1fx  %s", ratio, kCpuGoal, mark(ratio, kCpuGoal).c_str());
-      missed = missed || ratio > kCpuGoal;
-    }
-    std::printf("\n");
-  }
+  printCpuHeading(options.repetitions);
+  bool missed = printCpuCases(cases);
 
   const double bookRatio =
       static_cast<double>(bookMemory.growthKiB()) * 1024.0 / static_cast<double>(docxInflated);
@@ -407,7 +290,7 @@ int run(const Options& options) {
   std::printf("  %-40s %9s %11s   %6s\n", "", "parts MiB", "growth MiB", "ratio");
   std::printf("  %-40s %9.1f %11.1f   %5.2fx  goal <= %.1fx  %s\n", "DocxReader::read (.docx)",
               mebibytes(docxInflated), bookMemory.growthKiB() / 1024.0, bookRatio, kMemoryGoal,
-              mark(bookRatio, kMemoryGoal).c_str());
+              mark(bookRatio <= kMemoryGoal));
   std::printf("  %-40s %9.1f %11.1f   %5.2fx  (no goal)\n", "DocxReader::read (.xlsx)",
               mebibytes(xlsxInflated), workbookMemory.growthKiB() / 1024.0, workbookRatio);
   std::printf(
@@ -425,11 +308,20 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace inkharbour::bench;
-  try {
-    if (argc == 3 && argv[1] == kPeakChildFlag) return runPeakChild(argv[2]);
-    return run(parseOptions(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "import_bench: %s\n", error.what());
-    return 2;
-  }
+  return guarded("import_bench", [&] {
+    Options options{.self = selfPath(argv[0])};
+    CLI::App app{"Times the readers against the least work any reader of the same files must do.",
+                 "import_bench"};
+    addCount(app, "--repetitions", options.repetitions, "timed runs of each case");
+    addCount(app, "--paragraphs", options.paragraphs, "paragraphs in the generated book");
+    addCount(app, "--rows", options.rows, "rows in the generated workbook");
+    addCheck(app, options.check);
+    addDirectory(app, options.directory, "keeps the generated book and workbook between runs");
+    // Hidden: this program started again to import one file and report its
+    // peak memory.
+    app.add_option(std::string(kPeakChildFlag), options.peakChild)->group("");
+    if (const auto status = parseCommandLine(app, argc, argv)) return *status;
+    if (!options.peakChild.empty()) return runPeakChild(options.peakChild);
+    return run(options);
+  });
 }

@@ -19,17 +19,15 @@
 // --check makes a missed goal exit 1.
 
 #include <fcntl.h>
-#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <zip.h>
 
+#include <CLI/CLI.hpp>
+
 #include <algorithm>
-#include <charconv>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -40,11 +38,10 @@
 #include <string_view>
 #include <vector>
 
+#include "bench_support.h"
 #include "book_generator.h"
 #include "importers/docx_reader.h"
 #include "writer/docx_writer.h"
-
-extern char** environ;
 
 namespace inkharbour::bench {
 
@@ -65,18 +62,8 @@ struct Options {
   int paragraphs = BookShape{}.paragraphs;
   int edits = EditShape{}.edits;
   bool check = false;
-  fs::path directory = fs::temp_directory_path() / "inkharbour-bench";
+  fs::path directory = defaultDirectory();
 };
-
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
-double wallSeconds() {
-  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 double seconds(const timeval& t) {
   return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) * 1e-6;
@@ -102,21 +89,23 @@ struct Command {
   fs::path workingDirectory;      // empty: this one
 };
 
-// The measuring parent: runs the command once and prints
+// The measuring parent: runs the command once, its standard output sent to
+// `output`, in `workingDirectory` unless that is "-", and prints
 // "wall-seconds cpu-seconds peak-KiB exit-status".
-int runChild(int argc, char** argv) {
-  if (argc < 5) return 127;
-  const fs::path output = argv[2];
-  const std::string_view workingDirectory = argv[3];
-  char** command = argv + 4;
+int runChild(const fs::path& output, const fs::path& workingDirectory,
+             std::vector<std::string> command) {
+  if (command.empty()) return 127;
+  std::vector<char*> pointers;
+  for (auto& word : command) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
   const double start = wallSeconds();
   const pid_t pid = fork();
   if (pid < 0) return 127;
   if (pid == 0) {
-    if (workingDirectory != "-" && chdir(workingDirectory.data()) != 0) _exit(127);
+    if (workingDirectory != "-" && chdir(workingDirectory.c_str()) != 0) _exit(127);
     const int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0) _exit(127);
-    execvp(command[0], command);
+    execvp(pointers[0], pointers.data());
     _exit(127);
   }
   int status = 0;
@@ -135,40 +124,15 @@ struct ChildResult {
 
 ChildResult measure(const fs::path& self, const Command& command) {
   std::vector<std::string> args = {
-      self.string(), std::string(kChildFlag), command.output.string(),
+      std::string(kChildFlag), command.output.string(),
       command.workingDirectory.empty() ? std::string("-") : command.workingDirectory.string()};
   args.insert(args.end(), command.argv.begin(), command.argv.end());
-  std::vector<char*> pointers;
-  for (auto& arg : args) pointers.push_back(arg.data());
-  pointers.push_back(nullptr);
-
-  int fds[2];
-  if (pipe(fds) != 0) throw std::runtime_error("pipe failed");
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, fds[1], STDOUT_FILENO);
-  posix_spawn_file_actions_addclose(&actions, fds[0]);
-  pid_t pid = 0;
-  const int error = posix_spawn(&pid, self.c_str(), &actions, nullptr, pointers.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(fds[1]);
-  if (error != 0) {
-    close(fds[0]);
-    throw std::runtime_error("cannot start " + self.string());
-  }
-  std::string text;
-  char buffer[256];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) {
-    text.append(buffer, static_cast<std::size_t>(n));
-  }
-  close(fds[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
+  const ChildExit child = runSelf(self, args);
   ChildResult result;
-  std::istringstream fields(text);
+  std::istringstream fields(child.output);
   if (!(fields >> result.sample.wall >> result.sample.cpu >> result.sample.peakKiB >>
         result.status) ||
-      !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+      !child.succeeded) {
     throw std::runtime_error("could not run " + command.argv.front());
   }
   return result;
@@ -181,17 +145,13 @@ struct Case {
   std::function<Sample()> run;  // one repetition
   std::vector<Sample> samples;
 
-  double best(double Sample::*field) const {
-    double best = samples.front().*field;
-    for (const auto& s : samples) best = std::min(best, s.*field);
-    return best;
-  }
-  double median(double Sample::*field) const {
+  std::vector<double> values(double Sample::*field) const {
     std::vector<double> values;
     for (const auto& s : samples) values.push_back(s.*field);
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
+    return values;
   }
+  double best(double Sample::*field) const { return bench::best(values(field)); }
+  double median(double Sample::*field) const { return bench::median(values(field)); }
   long peakKiB() const {  // the largest: memory is judged by its worst run
     long peak = 0;
     for (const auto& s : samples) peak = std::max(peak, s.peakKiB);
@@ -274,60 +234,6 @@ std::uint64_t folderBytes(const fs::path& folder) {
 
 // --- Report --------------------------------------------------------------------
 
-double mebibytes(std::uint64_t bytes) {
-  return static_cast<double>(bytes) / (1 << 20);
-}
-
-const char* mark(bool met) {
-  return met ? "ok" : "MISSED";
-}
-
-Options parseOptions(int argc, char** argv) {
-  Options options;
-  // The path this program was started by; under a profiler such as valgrind
-  // /proc/self/exe would name the profiler instead.
-  const std::string_view started = argv[0];
-  options.self = fs::absolute(started.find('/') != std::string_view::npos
-                                  ? fs::path(started)
-                                  : fs::read_symlink("/proc/self/exe"));
-  options.cli = options.self.parent_path().parent_path() / "src" / "inkharbour-cli";
-  auto text = [&](int& i) -> std::string_view {
-    if (i + 1 >= argc) throw std::invalid_argument(std::string(argv[i]) + " needs a value");
-    return argv[++i];
-  };
-  auto number = [&](int& i) {
-    const std::string_view value = text(i);
-    int n = 0;
-    const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), n);
-    if (error != std::errc() || end != value.data() + value.size() || n < 1) {
-      throw std::invalid_argument("not a positive number: " + std::string(value));
-    }
-    return n;
-  };
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view argument = argv[i];
-    if (argument == "--repetitions") {
-      options.repetitions = number(i);
-    } else if (argument == "--paragraphs") {
-      options.paragraphs = number(i);
-    } else if (argument == "--edits") {
-      options.edits = number(i);
-    } else if (argument == "--cli") {
-      options.cli = fs::absolute(text(i));
-    } else if (argument == "--check") {
-      options.check = true;
-    } else if (argument.starts_with("-")) {
-      throw std::invalid_argument("unknown option " + std::string(argument));
-    } else {
-      options.directory = argument;
-    }
-  }
-  if (!fs::is_regular_file(options.cli)) {
-    throw std::invalid_argument("no inkharbour-cli at " + options.cli.string() + " (use --cli)");
-  }
-  return options;
-}
-
 int run(const Options& options) {
   const double generationStart = wallSeconds();
   const fs::path dir = fs::absolute(options.directory);
@@ -389,12 +295,7 @@ int run(const Options& options) {
                       return 0;
                     })};
 
-  // One untimed round warms the page cache and the allocator; the rounds
-  // then alternate between cases so that a busy neighbour hurts all alike.
-  for (auto& c : cases) c.run();
-  for (int round = 0; round < options.repetitions; ++round) {
-    for (auto& c : cases) c.samples.push_back(c.run());
-  }
+  runRounds(cases, options.repetitions);
 
   // The text merge must agree with git, and the Word merge with both.
   const std::string gitText = slurp(gitOut);
@@ -469,11 +370,39 @@ int run(const Options& options) {
 
 int main(int argc, char** argv) {
   using namespace inkharbour::bench;
-  try {
-    if (argc >= 2 && argv[1] == kChildFlag) return runChild(argc, argv);
-    return run(parseOptions(argc, argv));
-  } catch (const std::exception& error) {
-    std::fprintf(stderr, "merge_bench: %s\n", error.what());
-    return 2;
-  }
+  return guarded("merge_bench", [&] {
+    Options options{.self = selfPath(argv[0])};
+    options.cli = options.self.parent_path().parent_path() / "src" / "inkharbour-cli";
+    CLI::App app{
+        "Times inkharbour-cli merge against git merge-file and one import, and the writer "
+        "against zip.",
+        "merge_bench"};
+    addCount(app, "--repetitions", options.repetitions, "timed runs of each case");
+    addCount(app, "--paragraphs", options.paragraphs, "paragraphs in the generated book");
+    addCount(app, "--edits", options.edits, "edits on each side of the merge");
+    app.add_option("--cli", options.cli, "the inkharbour-cli to time")
+        ->type_name("PATH")
+        ->capture_default_str();
+    addCheck(app, options.check);
+    addDirectory(app, options.directory,
+                 "keeps the generated inputs between runs and receives the outputs");
+    // Hidden: this program started again as the measuring parent of one
+    // command, `--run-child OUTPUT WORKDIR COMMAND...`. WORKDIR lands in
+    // DIRECTORY; prefix_command hands the words after it back unparsed, so
+    // that the command's own options (-o, --help) stay the command's.
+    fs::path childOutput;
+    app.add_option(std::string(kChildFlag), childOutput)->group("");
+    app.prefix_command();
+    if (const auto status = parseCommandLine(app, argc, argv)) return *status;
+    if (!childOutput.empty()) return runChild(childOutput, options.directory, app.remaining());
+    if (!app.remaining().empty()) {
+      app.exit(CLI::ExtrasError(app.remaining()));
+      return 2;
+    }
+    options.cli = fs::absolute(options.cli);
+    if (!fs::is_regular_file(options.cli)) {
+      throw std::invalid_argument("no inkharbour-cli at " + options.cli.string() + " (use --cli)");
+    }
+    return run(options);
+  });
 }
