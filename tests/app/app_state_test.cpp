@@ -1,6 +1,7 @@
-// AppState's document operations, selection, change notification, and the
-// link statuses as the poll sees them.
+// AppState's document operations, selection, change notification, and link statuses.
 #include <gtest/gtest.h>
+
+#include <functional>
 
 #include "app/app_state.h"
 #include "support/fixtures.h"
@@ -15,17 +16,7 @@ const Story& story(const AppState& app, std::size_t index) {
   return app.document().stories.at(index);
 }
 
-std::optional<LinkStatus> status(const AppState& app, std::size_t index) {
-  const auto found = app.linkStatuses().find(story(app, index).id);
-  if (found == app.linkStatuses().end()) return std::nullopt;
-  return found->second;
-}
-
-std::string noSuchFile(const std::string& name) {
-  return "The file \u201c" + name + "\u201d couldn\u2019t be opened because there is no such file.";
-}
-
-TEST(AppState, NewStoriesTakeTheFirstFreeNameAndAreSelected) {
+TEST(AppState, NewStoriesTakeTheFirstFreeNameAndDeletingMovesTheSelectionToANeighbour) {
   AppState app;
   for (int i = 0; i < 3; ++i) app.newStory();
   app.deleteStory(story(app, 1).id);
@@ -39,20 +30,17 @@ TEST(AppState, NewStoriesTakeTheFirstFreeNameAndAreSelected) {
   EXPECT_EQ(std::get<Paragraph>(story(app, 2).blocks[0].kind), Paragraph::make("Body", ""));
   app.selectStory(Uuid::random());
   EXPECT_FALSE(app.selectedStoryIndex());
-}
 
-TEST(AppState, DeletingTheSelectedStorySelectsTheOneInItsPlaceElseTheOneBefore) {
-  AppState app;
-  for (int i = 0; i < 4; ++i) app.newStory();  // 1 2 3 4
-  const auto first = story(app, 0).id, third = story(app, 2).id;
+  app.newStory();  // stories a b c d; b selected and deleted selects c, in its place
+  const auto a = story(app, 0).id, c = story(app, 2).id;
   app.selectStory(story(app, 1).id);
   app.deleteStory(story(app, 1).id);
-  EXPECT_EQ(app.selectedStoryID(), third);
-  app.deleteStory(story(app, 2).id);  // story 4, not selected
-  EXPECT_EQ(app.selectedStoryID(), third);
-  app.deleteStory(third);
-  EXPECT_EQ(app.selectedStoryID(), first);
-  app.deleteStory(first);
+  EXPECT_EQ(app.selectedStoryID(), c);
+  app.deleteStory(story(app, 2).id);  // d, not selected
+  EXPECT_EQ(app.selectedStoryID(), c);
+  app.deleteStory(c);  // the last: the one before
+  EXPECT_EQ(app.selectedStoryID(), a);
+  app.deleteStory(a);
   EXPECT_FALSE(app.selectedStoryID());
 }
 
@@ -74,14 +62,15 @@ TEST(AppState, StatusFollowsTheLinkedFileNeverLocalEdits) {
   TempDir dir;
   writeFile(dir / "notes.txt", "one");
   AppState app;
+  const auto status = [&] { return app.linkStatuses().at(story(app, 0).id); };
   app.place(dir / "notes.txt");
   app.replaceStoryContent(story(app, 0).id, {}, {});
   app.tick();
-  EXPECT_EQ(status(app, 0), LinkStatus::upToDate);
+  EXPECT_EQ(status(), LinkStatus::upToDate);
   EXPECT_EQ(app.editorReloadToken(), 1);
   writeFile(dir / "notes.txt", "One");
   app.tick();
-  EXPECT_EQ(status(app, 0), LinkStatus::modified);
+  EXPECT_EQ(status(), LinkStatus::modified);
   EXPECT_EQ(app.modifiedLinkCount(), 1u);
 
   // A file that exists but is no package is missing, and says nothing.
@@ -90,16 +79,16 @@ TEST(AppState, StatusFollowsTheLinkedFileNeverLocalEdits) {
   const auto error = app.lastError();
   app.linkToOriginal(story(app, 0).id, dir / "notes.docx");
   app.tick();
-  EXPECT_EQ(status(app, 0), LinkStatus::missing);
+  EXPECT_EQ(status(), LinkStatus::missing);
   EXPECT_EQ(app.modifiedLinkCount(), 0u);
   EXPECT_EQ(app.lastError(), error);
 
   app.unlink(story(app, 0).id);
-  EXPECT_FALSE(status(app, 0));
+  EXPECT_FALSE(app.linkStatuses().contains(story(app, 0).id));
   EXPECT_FALSE(story(app, 0).link);
 }
 
-TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
+TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnceAndFailuresKeepIt) {
   TempDir dir;
   writeFile(dir / "a.txt", "alpha");
   writeFile(dir / "b.txt", "beta");
@@ -109,7 +98,6 @@ TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
   saved.saveDocument(dir / "doc.inkharbour");
   ASSERT_FALSE(saved.lastError());
   writeFile(dir / "b.txt", "beta, edited");
-
   AppState app;
   app.newStory();
   app.openDocument(dir / "doc.inkharbour");
@@ -119,31 +107,24 @@ TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
   EXPECT_EQ(app.linkStatuses(),
             (std::map<Uuid, LinkStatus>{{story(app, 0).id, LinkStatus::upToDate},
                                         {story(app, 1).id, LinkStatus::modified}}));
-}
 
-TEST(AppState, FailedOpenOrSaveKeepsTheDocumentAndSaysWhy) {
-  TempDir dir;
-  writeFile(
-      dir / "two-kinds.inkharbour",
-      R"({"stories":[{"name":"S","blocks":[{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
-      R"("kind":{"paragraph":{"_0":{"styleName":"Body","runs":[]}},"table":{"_0":{"rows":[]}}}}]}]})");
-  const struct {
-    std::filesystem::path open, save;
-    std::string error;
-  } cases[] = {
-      {dir / "absent.inkharbour", {}, noSuchFile("absent.inkharbour")},
-      {dir / "two-kinds.inkharbour", {}, "Invalid number of keys found, expected one."},
-      {{}, dir / "no-folder" / "doc.inkharbour", noSuchFile("doc.inkharbour")},
+  writeFile(dir / "empty.inkharbour", "");
+  const auto before = app.document();
+  const std::pair<std::function<void()>, std::string> failures[] = {
+      {[&] { app.openDocument(dir / "absent.inkharbour"); },
+       "The file \u201cabsent.inkharbour\u201d couldn\u2019t be opened because there is no such "
+       "file."},
+      {[&] { app.openDocument(dir / "empty.inkharbour"); },
+       "The document could not be read: the file is empty."},
+      {[&] { app.saveDocument(dir / "no-folder" / "doc.inkharbour"); },
+       "The file \u201cdoc.inkharbour\u201d couldn\u2019t be opened because there is no such "
+       "file."},
   };
-  for (const auto& c : cases) {
-    AppState app;
-    app.newStory();
-    const auto before = app.document();
-    if (!c.open.empty()) app.openDocument(c.open);
-    if (!c.save.empty()) app.saveDocument(c.save);
-    EXPECT_EQ(app.lastError(), c.error);
-    EXPECT_EQ(app.document(), before);
-    EXPECT_EQ(app.editorReloadToken(), 1);
+  for (const auto& [act, error] : failures) {
+    act();
+    EXPECT_EQ(app.lastError(), error);
+    EXPECT_EQ(app.document(), before) << error;
+    EXPECT_EQ(app.editorReloadToken(), 2) << error;
   }
 }
 
