@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake pkg-config make
-  libzip-dev libexpat1-dev libutf8proc-dev uuid-dev libssl-dev
+  libzip-dev zlib1g-dev libexpat1-dev libutf8proc-dev uuid-dev libssl-dev
   libcli11-dev libstb-dev libsimdjson-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
 )

@@ -168,6 +168,23 @@ TEST(PackageLimits, AMemberThatCompressesLikeABombStopsEarly) {
   EXPECT_EQ(package.read("prose.xml"), bytesOf(prose));
 }
 
+TEST(PackageWrite, LargeMembersDeflatedOnSeveralCoresReadBackExactly) {
+  TempDir dir;
+  // Past the size from which members are deflated in 1 MiB pieces; the
+  // reader checks the CRC of every member.
+  std::string prose;
+  for (unsigned i = 0; prose.size() < (9u << 20) + 12345; ++i) {
+    prose += std::to_string(i * 2654435761u % 100003) + (i % 7 == 0 ? "\n" : " ");
+  }
+  const std::string exactlyAtThreshold(4u << 20, 'x');
+  testing::writePackage(dir / "big.docx", {{"big.xml", prose}, {"edge.xml", exactlyAtThreshold},
+                                           {"empty.xml", ""}});
+  Package package(dir / "big.docx");
+  EXPECT_EQ(package.read("big.xml"), bytesOf(prose));
+  EXPECT_EQ(package.read("edge.xml"), bytesOf(exactlyAtThreshold));
+  EXPECT_EQ(package.read("empty.xml"), bytesOf(""));
+}
+
 TEST(PackageWrite, MembersReplaceTheOldFileByteExactUnderExactlyTheirNames) {
   TempDir dir;
   testing::writePackage(dir / "out.docx", {{"old.xml", "old"}, {"empty.xml", "old"}});
