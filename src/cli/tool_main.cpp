@@ -3,6 +3,10 @@
 // a file dump cannot read), 2 on an error or a usage mistake.
 #include <CLI/CLI.hpp>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 #include <iostream>
 #include <map>
 
@@ -11,6 +15,11 @@
 #include "cli/merge_command.h"
 
 int main(int argc, char** argv) {
+#ifdef __GLIBC__
+  // The commands build whole books in memory. Growing the heap 64 MiB at a
+  // time rather than in small steps saves a fifth of a text merge's time.
+  mallopt(M_TOP_PAD, 64 << 20);
+#endif
   using namespace inkharbour;
   CLI::App app{"Inkharbour on the command line: import, merge and link story files."};
   app.require_subcommand(1);
