@@ -9,6 +9,7 @@ packages=(
   libzip-dev zlib1g-dev libexpat1-dev libutf8proc-dev uuid-dev libssl-dev
   libcli11-dev libstb-dev libsimdjson-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  git zip  # the reference points merge_bench times against
 )
 
 missing=()
