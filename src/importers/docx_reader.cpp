@@ -22,21 +22,6 @@ std::string lowerExtension(const std::filesystem::path& path) {
   return text::lowercased(extension);
 }
 
-std::string_view asText(const Data& bytes) {
-  return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
-
-// An optional member: absent when missing or unreadable. A safety limit is
-// never swallowed.
-std::optional<Data> readOptional(Package& package, std::string_view member) {
-  try {
-    return package.read(member);
-  } catch (const DocxError& error) {
-    if (error.isLimit()) throw;
-    return std::nullopt;
-  }
-}
-
 class StylesParser final : public XmlHandler {
  public:
   StylesParser() { setWantsCharacters(false); }
@@ -76,7 +61,7 @@ class RelationshipsParser final : public XmlHandler {
 // a document type is refused before its first element, so it yields nothing.
 template <typename Parser>
 Parser parseOptional(Package& package, std::string_view member, Parser parser) {
-  const auto bytes = readOptional(package, member);
+  const auto bytes = package.readOptional(member);
   if (!bytes) return parser;
   XmlParser xml(parser);
   xml.feed(asText(*bytes), true);
@@ -94,7 +79,7 @@ std::string lastPathComponent(std::string_view target) {
 std::vector<Footnote> readNotes(Package& package, std::string_view member,
                                 const StyleNames& styleNames, const StyleMap& styleMap,
                                 std::string_view element, std::int64_t idOffset) {
-  const auto bytes = readOptional(package, member);
+  const auto bytes = package.readOptional(member);
   if (!bytes) return {};
   docx::NotesParser notes(styleNames, styleMap, package.budget(), std::string(member), element,
                           idOffset);
@@ -118,7 +103,7 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
     const std::string_view target = found->second;
     const std::string member =
         target.starts_with('/') ? std::string(target.substr(1)) : "word/" + std::string(target);
-    auto bytes = readOptional(package, member);
+    auto bytes = package.readOptional(member);
     if (!bytes) return std::nullopt;
     return ImageBlock{.data = std::move(*bytes), .name = lastPathComponent(target)};
   };

@@ -189,6 +189,15 @@ std::optional<Data> Package::read(std::string_view member) {
   return bytes;
 }
 
+std::optional<Data> Package::readOptional(std::string_view member) {
+  try {
+    return read(member);
+  } catch (const DocxError& error) {
+    if (error.isLimit()) throw;
+    return std::nullopt;
+  }
+}
+
 namespace ZipTool {
 
 std::optional<Data> run(const std::filesystem::path& archive, std::string_view member) {

@@ -40,6 +40,10 @@ class Package {
   // found. Throws DocxError as described above, or when a limit is passed.
   std::optional<Data> read(std::string_view member);
 
+  // As read(), but a member that fails to read counts as absent, as an
+  // optional part does. A safety limit still throws: it stops the import.
+  std::optional<Data> readOptional(std::string_view member);
+
   // Hands the member's bytes to `sink` in chunks, in order. Returns false
   // when the member is absent, in which case `sink` was never called. Throws
   // as read() does; a throw from `sink` stops the stream and propagates.
@@ -54,6 +58,11 @@ class Package {
   ImportBudget budget_;
   std::unique_ptr<char[]> buffer_;  // inflate buffer, shared by this package's reads
 };
+
+// A member's bytes seen as text, for the XML parser.
+inline std::string_view asText(const Data& bytes) {
+  return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+}
 
 struct PackageMember {
   std::string path;        // relative, forward slashes: "word/document.xml"

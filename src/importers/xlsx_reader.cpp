@@ -18,20 +18,6 @@ namespace {
 constexpr std::string_view kSharedStringsPart = "xl/sharedStrings.xml";
 constexpr std::string_view kFirstSheetPart = "xl/worksheets/sheet1.xml";
 
-std::string_view asText(const Data& bytes) {
-  return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-}
-
-// Reads a member, taking a read failure for absence; safety limits propagate.
-std::optional<Data> readOrAbsent(Package& package, std::string_view member) {
-  try {
-    return package.read(member);
-  } catch (const DocxError& error) {
-    if (error.isLimit()) throw;
-    return std::nullopt;
-  }
-}
-
 // The leading run of letters of a cell reference: "C" of "C12".
 std::string_view leadingLetters(std::string_view reference) {
   std::size_t i = 0;
@@ -267,7 +253,7 @@ Table read(const std::filesystem::path& path, const ImportLimits& limits) {
   Package package(path, limits);
 
   std::vector<std::string> sharedStrings;
-  if (const auto bytes = readOrAbsent(package, kSharedStringsPart)) {
+  if (const auto bytes = package.readOptional(kSharedStringsPart)) {
     sharedStrings = parseSharedStrings(asText(*bytes));
   }
 
