@@ -5,6 +5,7 @@
 
 #include "importers/docx_error.h"
 #include "importers/docx_reader.h"
+#include "importers/text_reader.h"
 #include "model/document_json.h"
 #include "model/json_writer.h"
 #include "writer/docx_writer.h"
@@ -27,56 +28,108 @@ std::string oneLine(std::string_view text) {
   return line;
 }
 
-// A row of a table as one line of text: its cells separated by tabs.
+LinkKind kindOf(const std::filesystem::path& path, const std::optional<LinkKind>& kind) {
+  return kind.value_or(DocxReader::linkKind(path));
+}
+
 // A failure names the file: with three inputs the message alone would not say which.
-ImportResult readSide(const std::filesystem::path& path, const std::optional<LinkKind>& kind) {
+template <typename Read>
+auto readSide(const std::filesystem::path& path, const Read& read) {
   try {
-    return kind ? DocxReader::readAs(path, *kind, StyleMap{}) : DocxReader::read(path, StyleMap{});
+    return read(path);
   } catch (const std::exception& error) {
     throw std::runtime_error(path.string() + ": " + describeError(error));
   }
 }
 
+template <typename Side>
 struct Sides {
-  ImportResult base;
-  ImportResult local;
-  ImportResult external;
+  Side base;
+  Side local;
+  Side external;
 };
 
 // The readers are pure, so the three files are read at once. Failures are
 // reported in the order base, local, external, as when they are read in turn.
-Sides readSides(const MergeRequest& request) {
-  auto base = std::async(std::launch::async, readSide, request.base, request.kind);
-  auto local = std::async(std::launch::async, readSide, request.local, request.kind);
-  auto external = std::async(std::launch::deferred, readSide, request.external, request.kind);
+template <typename Read>
+auto readSides(const MergeRequest& request, const Read& read) {
+  auto one = [&](const std::filesystem::path& path) { return readSide(path, read); };
+  auto base = std::async(std::launch::async, one, request.base);
+  auto local = std::async(std::launch::async, one, request.local);
+  auto external = std::async(std::launch::deferred, one, request.external);
   external.wait();
   // Braced initialisers run in order, so the base's failure comes first.
-  return Sides{.base = base.get(), .local = local.get(), .external = external.get()};
+  using Side = decltype(one(request.base));
+  return std::make_unique<Sides<Side>>(
+      Sides<Side>{.base = base.get(), .local = local.get(), .external = external.get()});
+}
+
+template <typename Write>
+void writeTo(const std::filesystem::path& path, const Write& write) {
+  try {
+    write(path);
+  } catch (const std::filesystem::filesystem_error& error) {
+    throw std::runtime_error("Could not write " + path.string() + ": " + error.code().message() +
+                             ".");
+  }
 }
 
 void writeOutput(const MergeOutcome& outcome, const std::filesystem::path& path,
                  const std::optional<LinkKind>& kind) {
-  switch (kind.value_or(DocxReader::linkKind(path))) {
+  switch (kindOf(path, kind)) {
     case LinkKind::word:
-      try {
-        DocxWriter::write(outcome.blocks, outcome.footnotes, path);
-      } catch (const std::filesystem::filesystem_error& error) {
-        throw std::runtime_error("Could not write " + path.string() + ": " +
-                                 error.code().message() + ".");
-      }
+      writeTo(path,
+              [&](const auto& to) { DocxWriter::write(outcome.blocks, outcome.footnotes, to); });
       return;
     case LinkKind::excel:
       throw std::invalid_argument(
           "Workbooks are read only: write the merge to a .docx or a text file.");
     case LinkKind::text:
-      try {
-        TextWriter::write(outcome.blocks, path);
-      } catch (const std::filesystem::filesystem_error& error) {
-        throw std::runtime_error("Could not write " + path.string() + ": " +
-                                 error.code().message() + ".");
-      }
+      writeTo(path, [&](const auto& to) { TextWriter::write(outcome.blocks, to); });
       return;
   }
+}
+
+// Plain texts in, plain text out: merged as lines, which decide as
+// paragraphs would, without a block per line.
+bool mergesAsLines(const MergeRequest& request) {
+  auto text = [&](const std::filesystem::path& path) {
+    return kindOf(path, request.kind) == LinkKind::text;
+  };
+  return text(request.base) && text(request.local) && text(request.external) &&
+         (!request.output || text(*request.output));
+}
+
+MergeOutcome mergeLineFiles(const MergeRequest& request) {
+  const auto sides = readSides(
+      request, [](const std::filesystem::path& path) { return TextReader::readLines(path); });
+  auto merged =
+      MergeEngine::mergeLines(sides->base.lines, sides->local.lines, sides->external.lines);
+  if (request.output) {
+    writeTo(*request.output, [&](const auto& to) { TextWriter::write(merged.lines, to); });
+  }
+  return MergeOutcome{.notes = std::move(merged.notes), .changes = std::move(merged.changes)};
+}
+
+MergeOutcome mergeBlockFiles(const MergeRequest& request) {
+  auto sides = readSides(request, [&](const std::filesystem::path& path) {
+    return request.kind ? DocxReader::readAs(path, *request.kind, StyleMap{})
+                        : DocxReader::read(path, StyleMap{});
+  });
+  MergeOutcome outcome =
+      mergeContents(std::move(sides->base), std::move(sides->local), std::move(sides->external));
+  if (request.exitsAfterwards) {
+    [[maybe_unused]] auto* left = sides.release();
+    if (request.output) writeOutput(outcome, *request.output, request.kind);
+  } else {
+    // What the merge did not take (the base, replaced and deleted blocks)
+    // is freed on another core while the output is written.
+    auto freed =
+        std::async(std::launch::async, [rest = std::move(sides)]() mutable { rest.reset(); });
+    if (request.output) writeOutput(outcome, *request.output, request.kind);
+    freed.get();
+  }
+  return outcome;
 }
 
 // The block merge's results, then the footnote merge's.
@@ -145,21 +198,7 @@ std::string formatReport(const MergeOutcome& outcome, bool json) {
 int runMerge(const MergeRequest& request, std::ostream& out, std::ostream& err) {
   auto outcome = std::make_unique<MergeOutcome>();
   try {
-    auto sides = std::make_unique<Sides>(readSides(request));
-    *outcome = mergeContents(std::move(sides->base), std::move(sides->local),
-                             std::move(sides->external));
-    if (request.exitsAfterwards) {
-      [[maybe_unused]] auto* left = sides.release();
-      if (request.output) writeOutput(*outcome, *request.output, request.kind);
-    } else {
-      // What the merge did not take (the base, replaced and deleted blocks)
-      // is freed on another core while the output is written.
-      auto freed = std::async(std::launch::async, [rest = std::move(sides)]() mutable {
-        rest.reset();
-      });
-      if (request.output) writeOutput(*outcome, *request.output, request.kind);
-      freed.get();
-    }
+    *outcome = mergesAsLines(request) ? mergeLineFiles(request) : mergeBlockFiles(request);
   } catch (const std::exception& error) {
     err << describeError(error) << '\n';
     return 2;

@@ -45,11 +45,15 @@ class ChunkedFile {
     struct stat info {};
     if (::fstat(fd_, &info) != 0) failErrno(path, errno);
     if (S_ISDIR(info.st_mode)) failErrno(path, EISDIR);
-    if (static_cast<std::uint64_t>(info.st_size) > limits.textBytes) tooLarge(path, limits);
+    size_ = static_cast<std::uint64_t>(info.st_size);
+    if (size_ > limits.textBytes) tooLarge(path, limits);
   }
   ~ChunkedFile() { ::close(fd_); }
   ChunkedFile(const ChunkedFile&) = delete;
   ChunkedFile& operator=(const ChunkedFile&) = delete;
+
+  // The size when the file was opened.
+  std::uint64_t size() const { return size_; }
 
   // Hands each chunk to `sink`, from the start of the file; a file that grew
   // past the limit meanwhile is refused.
@@ -74,8 +78,23 @@ class ChunkedFile {
   const std::filesystem::path& path_;
   const ImportLimits& limits_;
   int fd_;
+  std::uint64_t size_ = 0;
   std::unique_ptr<char[]> buffer_{new char[kChunkSize]};
 };
+
+void checkLineCount(const std::filesystem::path& path, std::uint64_t lines,
+                    const ImportLimits& limits) {
+  if (lines > limits.items) {
+    throw DocxError::parseFailed(path.filename().string() + ": more than " +
+                                 std::to_string(limits.items) +
+                                 " paragraphs, the limit for one import");
+  }
+}
+
+// A leading byte-order mark is an encoding mark, not text.
+void dropByteOrderMark(std::string_view& firstLine) {
+  if (firstLine.starts_with("\xEF\xBB\xBF")) firstLine.remove_prefix(3);
+}
 
 void appendParagraph(std::vector<Block>& blocks, std::string_view line) {
   // Built in place: a book has tens of thousands of lines.
@@ -93,9 +112,9 @@ std::vector<Block> paragraphs(std::string_view text) {
   std::size_t start = 0;
   for (;;) {
     const auto end = text.find('\n', start);
-    appendParagraph(blocks, text.substr(start, end == std::string_view::npos
-                                                    ? std::string_view::npos
-                                                    : end - start));
+    appendParagraph(
+        blocks,
+        text.substr(start, end == std::string_view::npos ? std::string_view::npos : end - start));
     if (end == std::string_view::npos) break;
     start = end + 1;
   }
@@ -111,11 +130,7 @@ std::vector<Block> read(const std::filesystem::path& path, const ImportLimits& l
   file.each([&](std::string_view chunk) {
     lines += static_cast<std::uint64_t>(std::count(chunk.begin(), chunk.end(), '\n'));
   });
-  if (lines > limits.items) {
-    throw DocxError::parseFailed(path.filename().string() + ": more than " +
-                                 std::to_string(limits.items) +
-                                 " paragraphs, the limit for one import");
-  }
+  checkLineCount(path, lines, limits);
 
   std::vector<Block> blocks;
   blocks.reserve(static_cast<std::size_t>(lines));
@@ -125,8 +140,7 @@ std::vector<Block> read(const std::filesystem::path& path, const ImportLimits& l
   // be checked on its own.
   auto emit = [&](std::string_view line) {
     if (firstLine) {
-      // A leading byte-order mark is an encoding mark, not text.
-      if (line.starts_with("\xEF\xBB\xBF")) line.remove_prefix(3);
+      dropByteOrderMark(line);
       firstLine = false;
     }
     if (!text::isValidUtf8(line)) fail(path, std::errc::illegal_byte_sequence);
@@ -149,6 +163,30 @@ std::vector<Block> read(const std::filesystem::path& path, const ImportLimits& l
   });
   emit(pending);
   return blocks;
+}
+
+TextLines readLines(const std::filesystem::path& path, const ImportLimits& limits) {
+  ChunkedFile file(path, limits);
+  TextLines out;
+  out.text.reserve(static_cast<std::size_t>(file.size()));
+  file.each(
+      [&](std::string_view chunk) { out.text.insert(out.text.end(), chunk.begin(), chunk.end()); });
+
+  std::string_view rest(out.text.data(), out.text.size());
+  const auto lines = 1 + static_cast<std::uint64_t>(std::count(rest.begin(), rest.end(), '\n'));
+  checkLineCount(path, lines, limits);
+  dropByteOrderMark(rest);
+  // A line feed never occurs inside a multi-byte sequence: the whole text is
+  // valid exactly when every line is.
+  if (!text::isValidUtf8(rest)) fail(path, std::errc::illegal_byte_sequence);
+
+  out.lines.reserve(static_cast<std::size_t>(lines));
+  for (auto end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
+    out.lines.push_back(rest.substr(0, end));
+    rest.remove_prefix(end + 1);
+  }
+  out.lines.push_back(rest);
+  return out;
 }
 
 }  // namespace inkharbour::TextReader

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string_view>
 #include <vector>
 
 #include "importers/import_limits.h"
@@ -20,5 +21,15 @@ std::vector<Block> read(const std::filesystem::path& path, const ImportLimits& l
 
 // The same over text already in memory.
 std::vector<Block> paragraphs(std::string_view text);
+
+// A text file held whole with its lines: line i is the text of the
+// paragraph i that read() makes. Moving it keeps the views valid.
+struct TextLines {
+  std::vector<char> text;
+  std::vector<std::string_view> lines;  // views into `text`
+};
+
+// The file's lines, split and checked as read() does, with the same errors.
+TextLines readLines(const std::filesystem::path& path, const ImportLimits& limits = {});
 
 }  // namespace inkharbour::TextReader

@@ -20,12 +20,26 @@ namespace {
 using Ids = std::span<const std::uint32_t>;
 constexpr std::size_t kNoPartner = SIZE_MAX;
 
-// The merge is written once for two kinds of input. Over `const Block`
+// The merge is written once for three kinds of input. Over `const Block`
 // every block that reaches the result is a copy; over `Block` (inputs the
 // caller has given up) it is moved there, so a book's text is never held
-// twice. Either way the result is the same.
+// twice. Either way the result is the same. Over lines of plain text, each
+// standing for a paragraph with that text, the result is the lines those
+// paragraphs would give: the same decisions, without a block per line.
+using Line = const std::string_view;
+
 template <typename B>
-concept InputBlock = std::same_as<B, const Block> || std::same_as<B, Block>;
+concept InputBlock =
+    std::same_as<B, const Block> || std::same_as<B, Block> || std::same_as<B, Line>;
+
+template <InputBlock B>
+constexpr bool kLines = std::same_as<B, Line>;
+
+// What the result is made of, and the result itself.
+template <InputBlock B>
+using Output = std::conditional_t<kLines<B>, std::string_view, Block>;
+template <InputBlock B>
+using ResultOf = std::conditional_t<kLines<B>, LineResult, Result>;
 
 // The block as it goes into the result: copied or moved.
 template <InputBlock B>
@@ -61,19 +75,19 @@ std::vector<std::size_t> partners(Ids a, Ids b) {
 }
 
 template <InputBlock B>
-void append(std::vector<Block>& out, std::span<B> blocks) {
+void append(std::vector<Output<B>>& out, std::span<B> blocks) {
   for (B& block : blocks) out.push_back(pass(block));
 }
 
 template <InputBlock B>
-std::optional<std::vector<Block>> refine(const Side<B>& base, const Side<B>& ours,
-                                         const Side<B>& theirs) {
+std::optional<std::vector<Output<B>>> refine(const Side<B>& base, const Side<B>& ours,
+                                             const Side<B>& theirs) {
   const auto mo = partners(base.keys, ours.keys);
   const auto mt = partners(base.keys, theirs.keys);
   for (std::size_t b = 0; b < base.size(); ++b) {
     if (mo[b] == kNoPartner && mt[b] == kNoPartner) return std::nullopt;
   }
-  std::vector<Block> out;
+  std::vector<Output<B>> out;
   std::size_t o = 0, t = 0;
   for (std::size_t b = 0;; ++b) {
     const bool end = b == base.size();
@@ -102,26 +116,28 @@ std::optional<std::vector<Block>> refine(const Side<B>& base, const Side<B>& our
 template <InputBlock B>
 class BlockMerger {
  public:
-  explicit BlockMerger(std::size_t expectedBlocks) { result_.blocks.reserve(expectedBlocks); }
+  explicit BlockMerger(std::size_t expectedBlocks) { output().reserve(expectedBlocks); }
 
-  Result take() { return std::move(result_); }
+  ResultOf<B> take() { return std::move(result_); }
 
-  void keepAnchor(B& local) { result_.blocks.push_back(pass(local)); }
+  void keepAnchor(B& local) { output().push_back(pass(local)); }
 
   // Resolves one unstable region; the first case that applies decides.
   void emitUnstable(const Side<B>& base, const Side<B>& ours, const Side<B>& theirs) {
     using Kind = ChangeRecord::Kind;
-    if (const auto tables = singleTables(base, ours, theirs)) {
-      const auto& [b, o, t] = *tables;
-      TableMergeResult merged =
-          mergeTables(*b, *o, *t, static_cast<std::int64_t>(result_.blocks.size()));
-      result_.blocks.push_back(Block{.id = ours.blocks[0].id, .kind = std::move(merged.table)});
-      const std::size_t conflicts = merged.notes.size();
-      for (auto& note : merged.notes) result_.notes.push_back(std::move(note));
-      record(Kind::tableCells,
-             "Table merged cell-by-cell (" + std::to_string(merged.externalCellChanges) +
-                 " external cell change(s), " + std::to_string(conflicts) + " conflict(s))");
-      return;
+    if constexpr (!kLines<B>) {
+      if (const auto tables = singleTables(base, ours, theirs)) {
+        const auto& [b, o, t] = *tables;
+        TableMergeResult merged =
+            mergeTables(*b, *o, *t, static_cast<std::int64_t>(output().size()));
+        output().push_back(Block{.id = ours.blocks[0].id, .kind = std::move(merged.table)});
+        const std::size_t conflicts = merged.notes.size();
+        for (auto& note : merged.notes) result_.notes.push_back(std::move(note));
+        record(Kind::tableCells,
+               "Table merged cell-by-cell (" + std::to_string(merged.externalCellChanges) +
+                   " external cell change(s), " + std::to_string(conflicts) + " conflict(s))");
+        return;
+      }
     }
     if (sameKeys(ours.keys, base.keys)) {
       ChangeRecord change =
@@ -134,20 +150,20 @@ class BlockMerger {
     if (sameKeys(theirs.keys, base.keys)) {
       ChangeRecord change = makeRecord(Kind::localKept, changeSummary(base.blocks, ours.blocks),
                                        joined(ours.blocks), joined(base.blocks));
-      append(result_.blocks, ours.blocks);
+      append(output(), ours.blocks);
       result_.changes.push_back(std::move(change));
       return;
     }
     if (sameKeys(ours.keys, theirs.keys)) {
       ChangeRecord change = makeRecord(Kind::bothSame, changeSummary(base.blocks, ours.blocks));
-      append(result_.blocks, ours.blocks);
+      append(output(), ours.blocks);
       result_.changes.push_back(std::move(change));
       return;
     }
     std::string localText = joined(ours.blocks);
     std::string externalText = joined(theirs.blocks);
     if (auto refined = refine(base, ours, theirs)) {
-      for (auto& block : *refined) result_.blocks.push_back(std::move(block));
+      for (auto& block : *refined) output().push_back(std::move(block));
       record(Kind::structural,
              "Independent insertions/deletions merged (" + std::to_string(ours.size()) +
                  " local, " + std::to_string(theirs.size()) + " external block(s))",
@@ -156,7 +172,7 @@ class BlockMerger {
     }
     // A real conflict: the external side wins, the local text goes to a note
     // that points at the first external block.
-    const auto position = static_cast<std::int64_t>(result_.blocks.size());
+    const auto position = static_cast<std::int64_t>(output().size());
     takeExternal(ours, theirs);
     result_.notes.push_back(ConflictNote{
         .paragraphIndex = position, .localText = localText, .externalText = externalText});
@@ -167,6 +183,14 @@ class BlockMerger {
   }
 
  private:
+  auto& output() {
+    if constexpr (kLines<B>) {
+      return result_.lines;
+    } else {
+      return result_.blocks;
+    }
+  }
+
   struct Tables {
     const Table* base;
     const Table* ours;
@@ -185,10 +209,15 @@ class BlockMerger {
 
   // The external blocks, each dressed like the local block at the same
   // position in the region: blocks pair by position, not by content.
+  // Lines have no look: the external ones are taken as they are.
   void takeExternal(const Side<B>& ours, const Side<B>& theirs) {
-    for (std::size_t j = 0; j < theirs.size(); ++j) {
-      result_.blocks.push_back(
-          transferFormatting(j < ours.size() ? &ours.blocks[j] : nullptr, pass(theirs.blocks[j])));
+    if constexpr (kLines<B>) {
+      append(output(), theirs.blocks);
+    } else {
+      for (std::size_t j = 0; j < theirs.size(); ++j) {
+        output().push_back(transferFormatting(j < ours.size() ? &ours.blocks[j] : nullptr,
+                                              pass(theirs.blocks[j])));
+      }
     }
   }
 
@@ -208,7 +237,7 @@ class BlockMerger {
         makeRecord(kind, std::move(summary), std::move(localText), std::move(externalText)));
   }
 
-  Result result_;
+  ResultOf<B> result_;
 };
 
 // The key ids of the three lists. The interner is gone when this returns,
@@ -217,8 +246,8 @@ struct Keys {
   std::vector<std::uint32_t> base, ours, theirs;
 };
 
-Keys keysOf(std::span<const Block> base, std::span<const Block> ours,
-            std::span<const Block> theirs) {
+template <typename Item>
+Keys keysOf(std::span<const Item> base, std::span<const Item> ours, std::span<const Item> theirs) {
   KeyInterner interner;
   Keys keys;
   keys.base = interner.addAll(base);
@@ -236,8 +265,10 @@ std::size_t expectedSize(std::size_t base, std::size_t ours, std::size_t theirs)
 }
 
 template <InputBlock B>
-Result mergeBlocks(std::span<B> base, std::span<B> ours, std::span<B> theirs) {
-  const Keys keys = keysOf(base, ours, theirs);
+ResultOf<B> mergeBlocks(std::span<B> base, std::span<B> ours, std::span<B> theirs) {
+  using Item = const std::remove_const_t<B>;
+  const Keys keys = keysOf<std::remove_const_t<B>>(std::span<Item>(base), std::span<Item>(ours),
+                                                   std::span<Item>(theirs));
   const Side<B> b{base, keys.base}, o{ours, keys.ours}, t{theirs, keys.theirs};
   const auto matchOurs = partners(keys.base, keys.ours);
   const auto matchTheirs = partners(keys.base, keys.theirs);
@@ -273,10 +304,16 @@ Result merge(std::vector<Block>&& base, std::vector<Block>&& ours, std::vector<B
   return mergeBlocks<Block>(base, ours, theirs);
 }
 
+LineResult mergeLines(std::span<const std::string_view> base,
+                      std::span<const std::string_view> ours,
+                      std::span<const std::string_view> theirs) {
+  return mergeBlocks<Line>(base, ours, theirs);
+}
+
 std::optional<std::vector<Block>> refineChunk(std::span<const Block> base,
                                               std::span<const Block> ours,
                                               std::span<const Block> theirs) {
-  const Keys keys = keysOf(base, ours, theirs);
+  const Keys keys = keysOf<Block>(base, ours, theirs);
   return refine(Side<const Block>{base, keys.base}, Side<const Block>{ours, keys.ours},
                 Side<const Block>{theirs, keys.theirs});
 }

@@ -10,6 +10,8 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
+#include <string_view>
 #include <vector>
 
 #include "model/story.h"
@@ -22,6 +24,14 @@ struct Result {
   std::vector<ChangeRecord> changes;  // one record per unstable region, in output order
 
   bool operator==(const Result&) const = default;
+};
+
+struct LineResult {
+  std::vector<std::string_view> lines;  // the merged text, views of the given lines
+  std::vector<ConflictNote> notes;
+  std::vector<ChangeRecord> changes;
+
+  bool operator==(const LineResult&) const = default;
 };
 
 struct FootnoteResult {
@@ -52,6 +62,14 @@ Result merge(const std::vector<Block>& base, const std::vector<Block>& ours,
 // instead of copied: for a caller that has no further use for its inputs.
 // The three vectors are left valid but unspecified.
 Result merge(std::vector<Block>&& base, std::vector<Block>&& ours, std::vector<Block>&& theirs);
+
+// The merge of three plain texts given as lines, each line standing for a
+// "Body" paragraph with that text in one plain run (no run when it is
+// empty), as a text file is read. The lines, notes and records are those
+// merge() gives for such paragraphs; no block is made for a line.
+LineResult mergeLines(std::span<const std::string_view> base,
+                      std::span<const std::string_view> ours,
+                      std::span<const std::string_view> theirs);
 
 // Merges footnotes matched by id and compared by text. One-sided edits and
 // deletions are applied; the external footnote wins a conflict, and one

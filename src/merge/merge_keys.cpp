@@ -104,6 +104,13 @@ std::uint64_t paragraphHash(const Paragraph& paragraph) {
   return hash.finish();
 }
 
+// A line of plain text hashes like a paragraph holding it.
+std::uint64_t textHash(std::string_view text) {
+  StreamHash hash(kParagraphSeed);
+  hash.add(text);
+  return hash.finish();
+}
+
 std::uint64_t keyHash(std::string_view key) {
   StreamHash hash(kWholeKeySeed);
   hash.add(key);
@@ -156,32 +163,51 @@ void KeyInterner::reserve(std::size_t entries) {
   }
 }
 
-std::uint32_t KeyInterner::insert(const Block& block, std::uint64_t hash, std::string* key) {
+template <typename Same, typename Make>
+std::uint32_t KeyInterner::insert(std::uint64_t hash, Same&& same, Make&& make) {
   const std::size_t mask = slots_.size() - 1;
   std::size_t at = hash & mask;
   for (; slots_[at].entry != kEmpty; at = (at + 1) & mask) {
     // Equal hashes are confirmed on the text: distinct keys never share a number.
-    if (slots_[at].hash == hash && sameKey(entries_[slots_[at].entry], block, key)) {
-      return slots_[at].entry;
-    }
+    if (slots_[at].hash == hash && same(entries_[slots_[at].entry])) return slots_[at].entry;
   }
   const auto number = static_cast<std::uint32_t>(entries_.size());
-  if (key == nullptr) {
-    entries_.push_back(Entry{.paragraph = &std::get<Paragraph>(block.kind), .key = 0});
-  } else {
-    entries_.push_back(
-        Entry{.paragraph = nullptr, .key = static_cast<std::uint32_t>(keys_.size())});
-    keys_.push_back(std::move(*key));
-  }
+  entries_.push_back(make());
   slots_[at] = Slot{.hash = hash, .entry = number};
   return number;
 }
 
+std::uint32_t KeyInterner::insert(const Block& block, std::uint64_t hash, std::string* key) {
+  return insert(
+      hash, [&](const Entry& entry) { return sameKey(entry, block, key); },
+      [&] {
+        if (key == nullptr)
+          return Entry{.paragraph = &std::get<Paragraph>(block.kind), .line = nullptr, .key = 0};
+        keys_.push_back(std::move(*key));
+        return Entry{.paragraph = nullptr,
+                     .line = nullptr,
+                     .key = static_cast<std::uint32_t>(keys_.size() - 1)};
+      });
+}
+
+template <typename InsertAt>
+std::vector<std::uint32_t> KeyInterner::numberAll(const std::vector<std::uint64_t>& hashes,
+                                                  InsertAt&& insertAt) {
+  // A book's slot table is far larger than the cache, and a miss per item
+  // would cost more than hashing it.
+  constexpr std::size_t kAhead = 8;
+  const std::size_t mask = slots_.size() - 1;
+  std::vector<std::uint32_t> numbers(hashes.size());
+  for (std::size_t i = 0; i < hashes.size(); ++i) {
+    if (i + kAhead < hashes.size()) __builtin_prefetch(&slots_[hashes[i + kAhead] & mask]);
+    numbers[i] = insertAt(i);
+  }
+  return numbers;
+}
+
 std::vector<std::uint32_t> KeyInterner::addAll(std::span<const Block> blocks) {
   reserve(entries_.size() + blocks.size());
-  // Hash the whole list first, then look up with the slots of a few blocks
-  // ahead already on their way into the cache: a book's slot table is far
-  // larger than the cache, and a miss per block would cost more than hashing.
+  // Hashed first, then looked up (see numberAll).
   std::vector<std::uint64_t> hashes(blocks.size());
   std::vector<std::pair<std::size_t, std::string>> wholeKeys;
   for (std::size_t i = 0; i < blocks.size(); ++i) {
@@ -192,17 +218,23 @@ std::vector<std::uint32_t> KeyInterner::addAll(std::span<const Block> blocks) {
       hashes[i] = keyHash(wholeKeys.back().second);
     }
   }
-  constexpr std::size_t kAhead = 8;
-  const std::size_t mask = slots_.size() - 1;
-  std::vector<std::uint32_t> numbers(blocks.size());
   auto whole = wholeKeys.begin();
-  for (std::size_t i = 0; i < blocks.size(); ++i) {
-    if (i + kAhead < blocks.size()) __builtin_prefetch(&slots_[hashes[i + kAhead] & mask]);
+  return numberAll(hashes, [&](std::size_t i) {
     std::string* key = nullptr;
     if (whole != wholeKeys.end() && whole->first == i) key = &(whole++)->second;
-    numbers[i] = insert(blocks[i], hashes[i], key);
-  }
-  return numbers;
+    return insert(blocks[i], hashes[i], key);
+  });
+}
+
+std::vector<std::uint32_t> KeyInterner::addAll(std::span<const std::string_view> lines) {
+  reserve(entries_.size() + lines.size());
+  std::vector<std::uint64_t> hashes(lines.size());
+  for (std::size_t i = 0; i < lines.size(); ++i) hashes[i] = textHash(lines[i]);
+  return numberAll(hashes, [&](std::size_t i) {
+    return insert(
+        hashes[i], [&](const Entry& entry) { return *entry.line == lines[i]; },
+        [&] { return Entry{.paragraph = nullptr, .line = &lines[i], .key = 0}; });
+  });
 }
 
 }  // namespace inkharbour::MergeEngine

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/story.h"
@@ -25,11 +26,16 @@ class KeyInterner {
  public:
   // The numbers of the blocks' keys, in order.
   std::vector<std::uint32_t> addAll(std::span<const Block> blocks);
+  // The numbers of lines of plain text, each keyed like a paragraph holding
+  // that text. The views and their characters must outlive the interner; one
+  // interner numbers either blocks or lines, never both.
+  std::vector<std::uint32_t> addAll(std::span<const std::string_view> lines);
 
  private:
   struct Entry {
-    const Paragraph* paragraph;  // set for paragraphs
-    std::uint32_t key;           // else the index of the whole key in keys_
+    const Paragraph* paragraph;    // set for paragraphs
+    const std::string_view* line;  // set for lines
+    std::uint32_t key;             // else the index of the whole key in keys_
   };
   struct Slot {
     std::uint64_t hash = 0;
@@ -37,9 +43,18 @@ class KeyInterner {
   };
   static constexpr std::uint32_t kEmpty = UINT32_MAX;
 
+  // The number of the key with this hash for which `same` holds, or a new
+  // number for `make()`.
+  template <typename Same, typename Make>
+  std::uint32_t insert(std::uint64_t hash, Same&& same, Make&& make);
   std::uint32_t insert(const Block& block, std::uint64_t hash, std::string* key);
   bool sameKey(const Entry& entry, const Block& block, const std::string* key) const;
   void reserve(std::size_t entries);
+  // Numbers items by their hashes, inserting item i by insertAt(i): the
+  // slots of a few items ahead are already on their way into the cache.
+  template <typename InsertAt>
+  std::vector<std::uint32_t> numberAll(const std::vector<std::uint64_t>& hashes,
+                                       InsertAt&& insertAt);
 
   std::vector<Entry> entries_;
   std::vector<std::string> keys_;  // whole keys of tables and images

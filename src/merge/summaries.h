@@ -4,6 +4,7 @@
 
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "model/story.h"
 
@@ -18,5 +19,11 @@ std::string joined(std::span<const Block> blocks);
 // to; each side as joined(), cut to its first 80 characters (grapheme
 // clusters) followed by "…" when it is longer.
 std::string changeSummary(std::span<const Block> from, std::span<const Block> to);
+
+// The same over lines of plain text, each standing for a paragraph with that
+// text.
+std::string joined(std::span<const std::string_view> lines);
+std::string changeSummary(std::span<const std::string_view> from,
+                          std::span<const std::string_view> to);
 
 }  // namespace inkharbour::MergeEngine

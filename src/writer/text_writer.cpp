@@ -15,17 +15,32 @@ std::string rowLine(const std::vector<TableCell>& row) {
   return line;
 }
 
-// Hands the text to `sink` in pieces of about `piece` bytes.
-template <typename Sink>
-void produce(const std::vector<Block>& blocks, std::size_t piece, Sink&& sink) {
+constexpr std::size_t kPiece = 1 << 20;
+
+// Hands the text to `sink` in pieces of about kPiece bytes: each item's
+// lines by `lines(item, newLine, out)`, where newLine() starts a line.
+template <typename Item, typename Lines, typename Sink>
+void produce(std::span<const Item> items, Lines&& lines, Sink&& sink) {
   std::string out;
-  out.reserve(piece + 4096);
+  out.reserve(kPiece + 4096);
   bool first = true;
   auto newLine = [&] {
     if (!first) out += '\n';
     first = false;
   };
-  for (const auto& block : blocks) {
+  for (const auto& item : items) {
+    lines(item, newLine, out);
+    if (out.size() >= kPiece) {
+      sink(std::string_view(out));
+      out.clear();
+    }
+  }
+  sink(std::string_view(out));
+}
+
+template <typename Sink>
+void produce(const std::vector<Block>& blocks, Sink&& sink) {
+  auto lines = [](const Block& block, auto& newLine, std::string& out) {
     if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
       newLine();
       for (const auto& run : paragraph->runs) out += run.text;
@@ -35,26 +50,32 @@ void produce(const std::vector<Block>& blocks, std::size_t piece, Sink&& sink) {
         out += rowLine(row);
       }
     }
-    if (out.size() >= piece) {
-      sink(std::string_view(out));
-      out.clear();
-    }
-  }
-  sink(std::string_view(out));
+  };
+  produce(std::span<const Block>(blocks), lines, sink);
 }
 
 }  // namespace
 
 std::string text(const std::vector<Block>& blocks) {
   std::string all;
-  produce(blocks, 1 << 20, [&](std::string_view piece) { all += piece; });
+  produce(blocks, [&](std::string_view piece) { all += piece; });
   return all;
 }
 
 void write(const std::vector<Block>& blocks, const std::filesystem::path& path) {
   // Streamed: a book's text is never held whole beside the book.
   AtomicFile file(path);
-  produce(blocks, 1 << 20, [&](std::string_view piece) { file.write(piece); });
+  produce(blocks, [&](std::string_view piece) { file.write(piece); });
+  file.commit();
+}
+
+void write(std::span<const std::string_view> lines, const std::filesystem::path& path) {
+  AtomicFile file(path);
+  auto line = [](std::string_view text, auto& newLine, std::string& out) {
+    newLine();
+    out += text;
+  };
+  produce(lines, line, [&](std::string_view piece) { file.write(piece); });
   file.commit();
 }
 

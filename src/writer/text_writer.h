@@ -4,7 +4,9 @@
 #pragma once
 
 #include <filesystem>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "model/story.h"
@@ -18,5 +20,9 @@ std::string text(const std::vector<Block>& blocks);
 // Writes text(blocks) to `path`, replacing it atomically. Throws
 // std::filesystem::filesystem_error.
 void write(const std::vector<Block>& blocks, const std::filesystem::path& path);
+
+// Writes lines joined by line feeds, none after the last, replacing `path`
+// atomically. Throws std::filesystem::filesystem_error.
+void write(std::span<const std::string_view> lines, const std::filesystem::path& path);
 
 }  // namespace inkharbour::TextWriter

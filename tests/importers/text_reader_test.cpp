@@ -43,16 +43,35 @@ TEST(TextReader, EachLineFeedEndsOnePlainBodyParagraph) {
     TempDir dir;
     testing::writeFile(dir / "notes.txt", text);
     EXPECT_EQ(kindsOf(TextReader::read(dir / "notes.txt")), expected);
+    const auto whole = TextReader::readLines(dir / "notes.txt");
+    EXPECT_EQ(whole.lines, std::vector<std::string_view>(lines.begin(), lines.end()));
     if (!text.starts_with(kBom)) {
       EXPECT_EQ(kindsOf(TextReader::paragraphs(text)), expected);
     }
   }
 }
 
+template <typename Read>
+std::string failureOf(const Read& read) {
+  try {
+    read();
+  } catch (const std::exception& error) {
+    return describeError(error);
+  }
+  return "none";
+}
+
+// Reads the file both ways, which must fail alike; throws what read() throws.
+void readBothWays(const fs::path& path, const ImportLimits& limits = {}) {
+  EXPECT_EQ(failureOf([&] { TextReader::readLines(path, limits); }),
+            failureOf([&] { TextReader::read(path, limits); }));
+  TextReader::read(path, limits);
+}
+
 TEST(TextReader, UnreadableOrNonUtf8FileIsAFileSystemError) {
   const auto failure = [](const fs::path& path) {
     try {
-      TextReader::read(path);
+      readBothWays(path);
     } catch (const fs::filesystem_error& error) {
       EXPECT_EQ(error.path1(), path);
       return error.code();
@@ -75,12 +94,12 @@ TEST(TextReader, FileBeyondTheLimitsIsRefused) {
   using ::testing::StrEq;
   TempDir dir;
   testing::writeFile(dir / "huge.txt", std::string(3000, 'x'));
-  EXPECT_THAT([&] { TextReader::read(dir / "huge.txt", {.textBytes = 2048}); },
+  EXPECT_THAT([&] { readBothWays(dir / "huge.txt", {.textBytes = 2048}); },
               ::testing::ThrowsMessage<DocxError>(StrEq(
                   "Could not parse the document (huge.txt: larger than 2048 bytes, the limit for "
                   "one import).")));
   testing::writeFile(dir / "huge.txt", std::string(100, '\n'));
-  EXPECT_THAT([&] { TextReader::read(dir / "huge.txt", {.items = 100}); },
+  EXPECT_THAT([&] { readBothWays(dir / "huge.txt", {.items = 100}); },
               ::testing::ThrowsMessage<DocxError>(StrEq(
                   "Could not parse the document (huge.txt: more than 100 paragraphs, the limit for "
                   "one import).")));

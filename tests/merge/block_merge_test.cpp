@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "merge/block_merge.h"
 #include "merge/merge_engine.h"
 #include "merge/merge_fixtures.h"
@@ -162,6 +164,39 @@ TEST(MergeProperties, OneSidedChangesComeThroughWhole) {
       conflicts += change.kind == ChangeRecord::Kind::conflict;
     EXPECT_EQ(both.notes.size(), conflicts) << "round " << round;
   }
+}
+
+// A text merged as lines decides exactly as the paragraphs read from it.
+TEST(MergeLines, AgreesWithTheParagraphsOfTheText) {
+  std::mt19937_64 random(31);
+  // Few texts, so that keys repeat a lot; one is cut in summaries, inside a
+  // combining sequence.
+  const Lines texts = {"", "", "a", "b", "c", std::string(79, 'x') + "e\u0301\u0301 and the rest"};
+  const auto fresh = [&] { return texts[random() % texts.size()]; };
+  const auto paragraphs = [](const Lines& lines) {
+    Blocks out;
+    for (const auto& line : lines) out.push_back(paragraph(line));
+    return out;
+  };
+  std::set<ChangeRecord::Kind> seen;
+  for (int round = 0; round < 2000; ++round) {
+    const auto base = edited(random, Lines{}, random() % 30, fresh);
+    const auto local = edited(random, base, random() % 6, fresh);
+    const auto external = edited(random, base, random() % 6, fresh);
+    const Result expected = merge(paragraphs(base), paragraphs(local), paragraphs(external));
+    const auto views = [](const Lines& lines) {
+      return std::vector<std::string_view>(lines.begin(), lines.end());
+    };
+    const LineResult result = mergeLines(views(base), views(local), views(external));
+    Lines merged(result.lines.begin(), result.lines.end()), expectedLines;
+    for (const auto& block : expected.blocks)
+      expectedLines.push_back(std::get<Paragraph>(block.kind).text());
+    EXPECT_EQ(merged, expectedLines) << "round " << round;
+    EXPECT_EQ(report(result.changes), report(expected.changes)) << "round " << round;
+    EXPECT_EQ(report(result.notes), report(expected.notes)) << "round " << round;
+    for (const auto& change : result.changes) seen.insert(change.kind);
+  }
+  EXPECT_EQ(seen.size(), 5U) << "every kind of region but tables";
 }
 
 }  // namespace
