@@ -106,7 +106,11 @@ int main(int argc, char** argv) {
   if (*mergeCommand) {
     if (!mergeOutput.empty()) merge.output = mergeOutput;
     merge.kind = mergeKind;
+#ifndef __SANITIZE_ADDRESS__
+    // Left to the kernel; a sanitizer build frees it, so that its leak check
+    // stays quiet.
     merge.exitsAfterwards = true;
+#endif
     return cli::runMerge(merge, std::cout, std::cerr);
   }
   for (const auto& [sub, command] : documentCommands) {
