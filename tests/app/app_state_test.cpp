@@ -1,7 +1,5 @@
-// AppState's document operations, selection, change notification, and link statuses.
+// AppState's document operations, selection, change notification, and opening a saved document.
 #include <gtest/gtest.h>
-
-#include <functional>
 
 #include "app/app_state.h"
 #include "support/fixtures.h"
@@ -58,37 +56,8 @@ TEST(AppState, ObserverIsToldBeforeEveryWriteAndOnlyThen) {
   EXPECT_EQ(storiesSeen.size(), 2u);
 }
 
-TEST(AppState, StatusFollowsTheLinkedFileNeverLocalEdits) {
-  TempDir dir;
-  writeFile(dir / "notes.txt", "one");
-  AppState app;
-  const auto status = [&] { return app.linkStatuses().at(story(app, 0).id); };
-  app.place(dir / "notes.txt");
-  app.replaceStoryContent(story(app, 0).id, {}, {});
-  app.tick();
-  EXPECT_EQ(status(), LinkStatus::upToDate);
-  EXPECT_EQ(app.editorReloadToken(), 1);
-  writeFile(dir / "notes.txt", "One");
-  app.tick();
-  EXPECT_EQ(status(), LinkStatus::modified);
-  EXPECT_EQ(app.modifiedLinkCount(), 1u);
-
-  // A file that exists but is no package is missing, and says nothing.
-  writeFile(dir / "notes.docx", "one");
-  app.place(dir / "absent.docx");
-  const auto error = app.lastError();
-  app.linkToOriginal(story(app, 0).id, dir / "notes.docx");
-  app.tick();
-  EXPECT_EQ(status(), LinkStatus::missing);
-  EXPECT_EQ(app.modifiedLinkCount(), 0u);
-  EXPECT_EQ(app.lastError(), error);
-
-  app.unlink(story(app, 0).id);
-  EXPECT_FALSE(app.linkStatuses().contains(story(app, 0).id));
-  EXPECT_FALSE(story(app, 0).link);
-}
-
-TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnceAndFailuresKeepIt) {
+// Failures to open or save are with the other failures in workflows_test.cpp.
+TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
   TempDir dir;
   writeFile(dir / "a.txt", "alpha");
   writeFile(dir / "b.txt", "beta");
@@ -107,25 +76,6 @@ TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnceAndFailuresKeepIt
   EXPECT_EQ(app.linkStatuses(),
             (std::map<Uuid, LinkStatus>{{story(app, 0).id, LinkStatus::upToDate},
                                         {story(app, 1).id, LinkStatus::modified}}));
-
-  writeFile(dir / "empty.inkharbour", "");
-  const auto before = app.document();
-  const std::pair<std::function<void()>, std::string> failures[] = {
-      {[&] { app.openDocument(dir / "absent.inkharbour"); },
-       "The file \u201cabsent.inkharbour\u201d couldn\u2019t be opened because there is no such "
-       "file."},
-      {[&] { app.openDocument(dir / "empty.inkharbour"); },
-       "The document could not be read: the file is empty."},
-      {[&] { app.saveDocument(dir / "no-folder" / "doc.inkharbour"); },
-       "The file \u201cdoc.inkharbour\u201d couldn\u2019t be opened because there is no such "
-       "file."},
-  };
-  for (const auto& [act, error] : failures) {
-    act();
-    EXPECT_EQ(app.lastError(), error);
-    EXPECT_EQ(app.document(), before) << error;
-    EXPECT_EQ(app.editorReloadToken(), 2) << error;
-  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <tuple>
 
 #include "app/app_state.h"
 #include "app/link_status.h"
@@ -12,9 +13,7 @@
 namespace inkharbour {
 namespace {
 
-using testing::readFile;
-using testing::TempDir;
-using testing::writeFile;
+using testing::readFile, testing::TempDir, testing::writeFile;
 namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
@@ -39,8 +38,6 @@ void writeDocx(const fs::path& path, const Lines& lines, const std::string& foot
   DocxWriter::write(paragraphs(lines), footnotes, path);
 }
 
-const Story& last(const AppState& app) { return app.document().stories.back(); }
-
 // The story's base holds what its file holds now, and the poll agrees.
 void expectInSync(AppState& app, std::size_t index) {
   const Story story = app.document().stories.at(index);
@@ -61,21 +58,23 @@ TEST(Workflows, PlacedFilesBecomeLinkedStoriesAndPushOrExportMakeTheFileTheBase)
   testing::writePackage(dir / "Sales.xlsx", {{"xl/worksheets/sheet1.xml",
                                               testing::sheetXml("<row><c><v>12</v></c></row>")}});
   writeFile(dir / "notes.txt", "one\ntwo");
-  const struct { std::string file, name; LinkKind kind; Lines content; } cases[] = {
+  const std::tuple<std::string, std::string, LinkKind, Lines> cases[] = {
       {"Chapter One.docx", "Chapter One", LinkKind::word, {"P:It begins."}},
       {"Sales.xlsx", "Sales", LinkKind::excel, {"T:12"}},
       {"notes.txt", "notes", LinkKind::text, {"P:one", "P:two"}}};
   AppState app;
-  for (const auto& c : cases) {
+  for (const auto& [file, name, kind, content] : cases) {
     const Date before = now();
-    app.place(dir / c.file);
-    const Story& story = last(app);
-    EXPECT_EQ(story.name, c.name);
-    EXPECT_EQ(keys(story.blocks), c.content);
+    app.place(dir / file);
+    const Story& story = app.document().stories.back();
+    EXPECT_EQ(story.name, name);
+    EXPECT_EQ(keys(story.blocks), content);
     ASSERT_TRUE(story.link);
     EXPECT_GE(story.link->lastSync, before);
-    EXPECT_EQ(*story.link, (StoryLink{.path = (dir / c.file).string(), .kind = c.kind,
-                                      .baseBlocks = story.blocks, .baseFootnotes = story.footnotes,
+    EXPECT_EQ(*story.link, (StoryLink{.path = (dir / file).string(),
+                                      .kind = kind,
+                                      .baseBlocks = story.blocks,
+                                      .baseFootnotes = story.footnotes,
                                       .lastSync = story.link->lastSync}));
     EXPECT_EQ(app.selectedStoryID(), story.id);
     EXPECT_EQ(app.linkStatuses().at(story.id), LinkStatus::upToDate);
@@ -101,9 +100,10 @@ TEST(Workflows, PlacedFilesBecomeLinkedStoriesAndPushOrExportMakeTheFileTheBase)
 
   app.newStory();
   app.exportStory(stories[3].id, dir / "Chapter");
-  EXPECT_EQ(*stories[3].link,
-            (StoryLink{.path = (dir / "Chapter.docx").string(), .kind = LinkKind::word,
-                       .baseBlocks = stories[3].blocks, .lastSync = stories[3].link->lastSync}));
+  EXPECT_EQ(*stories[3].link, (StoryLink{.path = (dir / "Chapter.docx").string(),
+                                         .kind = LinkKind::word,
+                                         .baseBlocks = stories[3].blocks,
+                                         .lastSync = stories[3].link->lastSync}));
   expectInSync(app, 3);
   EXPECT_FALSE(app.lastError());
 }
@@ -117,6 +117,7 @@ TEST(Workflows, AFailureLeavesTheDocumentAsItWasAndSaysWhy) {
                                               testing::sheetXml("<row><c><v>1</v></c></row>")}});
   writeFile(dir / "plain.docx", "not a package");
   writeFile(dir / "latin1.txt", "caf\xe9");
+  writeFile(dir / "empty.inkharbour", "");
   AppState app;
   for (const char* name : {"gone/story.docx", "broken.docx", "sheet.xlsx"}) app.place(dir / name);
   const auto& stories = app.document().stories;
@@ -139,6 +140,10 @@ TEST(Workflows, AFailureLeavesTheDocumentAsItWasAndSaysWhy) {
       {[&] { app.updateLinkedDocument(stories[0].id); }, noSuchFile("story.docx")},
       {[&] { app.exportStory(stories[2].id, dir / "missing" / "Chapter"); },
        noSuchFile("Chapter.docx")},
+      {[&] { app.openDocument(dir / "absent.inkharbour"); }, noSuchFile("absent.inkharbour")},
+      {[&] { app.openDocument(dir / "empty.inkharbour"); },
+       "The document could not be read: the file is empty."},
+      {[&] { app.saveDocument(dir / "missing" / "doc.inkharbour"); }, noSuchFile("doc.inkharbour")},
   };
   for (const auto& [act, error] : cases) {
     app.clearLastError();
@@ -156,43 +161,44 @@ TEST(UpdateFromLinked, MergesBothSidesAndKeepsLocalTextOfConflictsInNotes) {
   writeDocx(path, {"Alpha", "Beta", "Gamma", "Delta", "Epsilon"}, "Note.");
   AppState app;
   app.place(path);
-  const Uuid id = last(app).id;
+  const Story& story = app.document().stories.at(0);
+  const Uuid id = story.id;
   // A local edit, an external one, and a conflict, between untouched paragraphs.
   const Lines theirs = {"Alpha", "Beta", "Gamma, theirs", "Delta", "Epsilon, theirs"};
   const Lines mine = {"Alpha, mine", "Beta", "Gamma, mine", "Delta", "Epsilon"};
-  app.replaceStoryContent(id, paragraphs(mine), last(app).footnotes);
+  app.replaceStoryContent(id, paragraphs(mine), story.footnotes);
   writeDocx(path, theirs, "Note, theirs.");
   app.tick();
   EXPECT_EQ(app.linkStatuses().at(id), LinkStatus::modified);
   const Date before = now();
   app.updateFromLinked(id);
-  EXPECT_EQ(keys(last(app).blocks),
+  EXPECT_EQ(keys(story.blocks),
             (Lines{"P:Alpha, mine", "P:Beta", "P:Gamma, theirs", "P:Delta", "P:Epsilon, theirs"}));
-  EXPECT_EQ(last(app).footnotes, std::vector{note("Note, theirs.")});
-  ASSERT_EQ(last(app).notes.size(), 1u);
-  EXPECT_EQ(last(app).notes[0].localText, "Gamma, mine");
-  EXPECT_EQ(last(app).notes[0].externalText, "Gamma, theirs");
-  EXPECT_EQ(last(app).lastMergeReport.size(), 4u);  // three regions, one footnote
-  EXPECT_GE(last(app).link->lastSync, before);
+  EXPECT_EQ(story.footnotes, std::vector{note("Note, theirs.")});
+  ASSERT_EQ(story.notes.size(), 1u);
+  EXPECT_EQ(story.notes[0].localText, "Gamma, mine");
+  EXPECT_EQ(story.notes[0].externalText, "Gamma, theirs");
+  EXPECT_EQ(story.lastMergeReport.size(), 4u);  // three regions, one footnote
+  EXPECT_GE(story.link->lastSync, before);
   EXPECT_EQ(app.editorReloadToken(), 2);
   expectInSync(app, 0);
 
   // A footnote conflict: its note follows the earlier one; the report is this merge's alone.
-  const auto firstNote = last(app).notes[0];
-  app.replaceStoryContent(id, last(app).blocks, {note("Note, mine.")});
+  const auto firstNote = story.notes[0];
+  app.replaceStoryContent(id, story.blocks, {note("Note, mine.")});
   writeDocx(path, theirs, "Note, theirs again.");
   app.updateFromLinked(id);
-  ASSERT_EQ(last(app).notes.size(), 2u);
-  EXPECT_EQ(last(app).notes[0], firstNote);
-  EXPECT_EQ(last(app).notes[1].localText, "Footnote 1: Note, mine.");
-  ASSERT_EQ(last(app).lastMergeReport.size(), 2u);  // "Alpha, mine" kept, then the conflict
-  EXPECT_EQ(last(app).lastMergeReport[1].kind, ChangeRecord::Kind::conflict);
+  ASSERT_EQ(story.notes.size(), 2u);
+  EXPECT_EQ(story.notes[0], firstNote);
+  EXPECT_EQ(story.notes[1].localText, "Footnote 1: Note, mine.");
+  ASSERT_EQ(story.lastMergeReport.size(), 2u);  // "Alpha, mine" kept, then the conflict
+  EXPECT_EQ(story.lastMergeReport[1].kind, ChangeRecord::Kind::conflict);
   app.dismissNote(id, firstNote.id);
-  EXPECT_EQ(last(app).notes.size(), 1u);
+  EXPECT_EQ(story.notes.size(), 1u);
   EXPECT_FALSE(app.lastError());
 }
 
-TEST(UpdateAllLinks, MergesOnlyModifiedStoriesLikeAStoryLinkedToAnOriginal) {
+TEST(UpdateAllLinks, MergesOnlyStoriesWhoseFilesChangedLikeAStoryLinkedToAnOriginal) {
   TempDir dir;
   AppState app;
   for (const std::string name : {"changed.txt", "gone.txt", "same.txt"}) {
@@ -209,10 +215,12 @@ TEST(UpdateAllLinks, MergesOnlyModifiedStoriesLikeAStoryLinkedToAnOriginal) {
   EXPECT_EQ(stories[3].link->baseBlocks, stories[3].blocks);
   EXPECT_EQ(app.linkStatuses().at(stories[3].id), LinkStatus::modified);
 
+  // A local edit leaves its link up to date; only a changed file is modified.
   app.replaceStoryContent(stories[2].id, paragraphs({"text, mine"}), {});
   writeFile(dir / "changed.txt", "text, theirs");
   fs::remove(dir / "gone.txt");
   app.tick();
+  EXPECT_EQ(app.modifiedLinkCount(), 2u);
   const auto before = app.document();
   app.updateAllLinks();
   EXPECT_EQ(keys(stories[0].blocks), Lines{"P:text, theirs"});
@@ -222,10 +230,15 @@ TEST(UpdateAllLinks, MergesOnlyModifiedStoriesLikeAStoryLinkedToAnOriginal) {
   EXPECT_EQ(app.editorReloadToken(), 6);  // four new stories, two merges
   EXPECT_EQ(app.modifiedLinkCount(), 0u);
 
-  app.linkToOriginal(stories[3].id, dir / "absent.xlsx");
+  // A file that is there but no package is missing, and deciding so is no error.
+  writeFile(dir / "broken.xlsx", "not a package");
+  app.linkToOriginal(stories[3].id, dir / "broken.xlsx");
   EXPECT_EQ(stories[3].link->kind, LinkKind::excel);
   EXPECT_EQ(app.linkStatuses().at(stories[3].id), LinkStatus::missing);
   EXPECT_FALSE(app.lastError());
+  app.unlink(stories[3].id);
+  EXPECT_FALSE(stories[3].link);
+  EXPECT_FALSE(app.linkStatuses().contains(stories[3].id));
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <set>
 #include <string>
-#include <string_view>
 
 #include "importers/docx_error.h"
 #include "importers/docx_reader.h"
@@ -15,39 +14,35 @@
 namespace inkharbour {
 namespace {
 
-using testing::throwsDocxError;
-
 using testing::documentXml;
 using testing::dump;
 using testing::Members;
 using testing::notesXml;
 using testing::stylesXml;
+using testing::throwsDocxError;
+using Kind = DocxError::Kind;
 
-std::string run(std::string_view text, std::string_view props = "") {
-  std::string xml = "<w:r>";
-  if (!props.empty()) xml += "<w:rPr>" + std::string(props) + "</w:rPr>";
-  return xml + R"(<w:t xml:space="preserve">)" + std::string(text) + "</w:t></w:r>";
+std::string run(const std::string& text, const std::string& props = "") {
+  const std::string rPr = props.empty() ? "" : "<w:rPr>" + props + "</w:rPr>";
+  return "<w:r>" + rPr + R"(<w:t xml:space="preserve">)" + text + "</w:t></w:r>";
 }
 
-std::string para(std::string_view content, std::string_view styleID = "") {
-  std::string xml = "<w:p>";
-  if (!styleID.empty()) {
-    xml += R"(<w:pPr><w:pStyle w:val=")" + std::string(styleID) + R"("/></w:pPr>)";
-  }
-  return xml + std::string(content) + "</w:p>";
+std::string para(const std::string& content, const std::string& styleID = "") {
+  if (styleID.empty()) return "<w:p>" + content + "</w:p>";
+  return R"(<w:p><w:pPr><w:pStyle w:val=")" + styleID + R"("/></w:pPr>)" + content + "</w:p>";
 }
 
-std::string picture(std::string_view relationshipID) {
-  return R"(<w:r><w:drawing><a:graphic><a:graphicData><a:blip r:embed=")" +
-         std::string(relationshipID) + R"("/></a:graphicData></a:graphic></w:drawing></w:r>)";
+std::string picture(const std::string& relationshipID) {
+  return R"(<w:r><w:drawing><a:graphic><a:graphicData><a:blip r:embed=")" + relationshipID +
+         R"("/></a:graphicData></a:graphic></w:drawing></w:r>)";
 }
 
-std::string cell(std::string_view content) { return "<w:tc>" + std::string(content) + "</w:tc>"; }
-std::string row(std::string_view cells) { return "<w:tr>" + std::string(cells) + "</w:tr>"; }
-std::string table(std::string_view rows) { return "<w:tbl>" + std::string(rows) + "</w:tbl>"; }
+const auto cell = [](const std::string& content) { return "<w:tc>" + content + "</w:tc>"; };
+const auto row = [](const std::string& cells) { return "<w:tr>" + cells + "</w:tr>"; };
+const auto table = [](const std::string& rows) { return "<w:tbl>" + rows + "</w:tbl>"; };
 
-std::string note(std::string_view id, std::string_view body) {
-  return R"(<w:footnote w:id=")" + std::string(id) + R"(">)" + std::string(body) + "</w:footnote>";
+std::string note(const std::string& id, const std::string& body) {
+  return R"(<w:footnote w:id=")" + id + R"(">)" + body + "</w:footnote>";
 }
 
 std::string relsXml(const std::map<std::string, std::string>& idToTarget) {
@@ -62,16 +57,11 @@ const std::string kDocument = "word/document.xml";
 const std::string kRels = "word/_rels/document.xml.rels";
 // Picture bytes with a NUL and high bytes, so that nothing treats them as text.
 const std::string kPng("\x89PNG\r\n\x1a\n\0\x01\x02", 11);
+// The members that make picture("rId1") resolve to kPng.
+const Members kImage1{{kRels, relsXml({{"rId1", "media/image1.png"}})},
+                      {"word/media/image1.png", kPng}};
 
-Paragraph body(std::string text) { return Paragraph::make("Body", std::move(text)); }
-
-ImportResult import(const std::string& body, Members extra = {}) {
-  return testing::importDocx(testing::TempDir(), body, std::move(extra));
-}
-
-std::string dumpBody(const std::string& body, Members extra = {}) {
-  return dump(import(body, std::move(extra)));
-}
+const auto body = [](std::string text) { return Paragraph::make("Body", std::move(text)); };
 
 ImportResult readPackage(const Members& members, const StyleMap& styleMap = {},
                          const ImportLimits& limits = {}) {
@@ -80,14 +70,35 @@ ImportResult readPackage(const Members& members, const StyleMap& styleMap = {},
   return DocxReader::read(dir / "p.docx", styleMap, limits);
 }
 
-// --- Paragraphs and styles ---------------------------------------------------
+ImportResult import(const std::string& body, Members extra = {}) {
+  extra.emplace(kDocument, documentXml(body));
+  return readPackage(extra);
+}
 
-TEST(DocxParagraphs, StyleIdsAreMappedThroughTheStylesPart) {
+std::string dumpBody(const std::string& body, Members extra = {}) {
+  return dump(import(body, std::move(extra)));
+}
+
+TEST(DocxParagraphs, StylesAndTextBoxes) {
+  // The enclosing paragraph's runs are lost in a text box; its end emits the
+  // text box's last paragraph again, in that paragraph's style.
+  const auto box = [](const std::string& content) {
+    return "<w:r><w:pict><w:txbxContent>" + content + "</w:txbxContent></w:pict><w:t>x</w:t></w:r>";
+  };
+  const std::string subStyles = stylesXml({{"Sub", "Subtitle"}, {"Sub2", "Subtitle 2"}});
+  const std::string subBody = para(run("named"), "Sub") + para(run("byId"), "Sub2") +
+                              para(run("unstyled")) + para(run("normal"), "Normal");
+  // "Sub2" is an id, not a name; an unstyled paragraph is "Body" whatever the map says.
+  const StyleMap custom{
+      {"Subtitle", "Heading 2"}, {"Sub2", "Quote"}, {"Normal", "Quote"}, {"", "Title"},
+      {"Body", "Title"},
+  };
   const struct {
     const char* name;
     std::string styles;  // empty: no styles part
     std::string body;
     const char* expected;
+    StyleMap styleMap = {};
   } cases[] = {
       {"ids map by their names; a style ends with its paragraph",
        stylesXml({{"Berschrift1", "heading 1"}, {"Zitat", "Intense Quote"}, {"Sub", "Subtitle"}}),
@@ -103,50 +114,30 @@ TEST(DocxParagraphs, StyleIdsAreMappedThroughTheStylesPart) {
       {"malformed part read as far as well-formed",
        R"(<w:styles><w:style w:styleId="S"><w:name w:val="Title"/></w:style><w:style w:styleId=)",
        para(run("x"), "S"), "[Title] «x»\n"},
+      {"custom style map", subStyles, subBody,
+       "[Heading 2] «named»\n[Title] «byId»\n[Body] «unstyled»\n[Quote] «normal»\n", custom},
+      {"built-in style map", subStyles, subBody,
+       "[Title] «named»\n[Title] «byId»\n[Body] «unstyled»\n[Body] «normal»\n"},
+      {"text box inside a styled paragraph", "",
+       para(run("outer") + box(para(run("in"), "Quote")) + run("end"), "Heading1") +
+           para(run("next")),
+       "[Quote] «in»\n[Quote] «in»\n[Body] «next»\n"},
+      {"text box of two paragraphs", "", para(box(para(run("A")) + para(run("B"), "Title"))),
+       "[Body] «A»\n[Title] «B»\n[Title] «B»\n"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
-    Members styles;
-    if (!c.styles.empty()) styles.emplace("word/styles.xml", c.styles);
-    EXPECT_EQ(dumpBody(c.body, styles), c.expected);
+    Members members{{kDocument, documentXml(c.body)}};
+    if (!c.styles.empty()) members.emplace("word/styles.xml", c.styles);
+    EXPECT_EQ(dump(readPackage(members, c.styleMap)), c.expected);
   }
 }
-
-TEST(DocxParagraphs, CustomStyleMapAppliesToStyleNamesOnly) {
-  const Members members{
-      {kDocument, documentXml(para(run("named"), "Sub") + para(run("byId"), "Sub2") +
-                              para(run("unstyled")) + para(run("normal"), "Normal"))},
-      {"word/styles.xml", stylesXml({{"Sub", "Subtitle"}, {"Sub2", "Subtitle 2"}})}};
-  // "Sub2" is an id, not a name; an unstyled paragraph is "Body" whatever the map says.
-  const StyleMap custom{{"Subtitle", "Heading 2"}, {"Sub2", "Quote"}, {"Normal", "Quote"},
-                        {"", "Title"}, {"Body", "Title"}};
-  EXPECT_EQ(dump(readPackage(members, custom)),
-            "[Heading 2] «named»\n[Title] «byId»\n[Body] «unstyled»\n[Quote] «normal»\n");
-  EXPECT_EQ(dump(readPackage(members)),
-            "[Title] «named»\n[Title] «byId»\n[Body] «unstyled»\n[Body] «normal»\n");
-}
-
-TEST(DocxParagraphs, TextBoxRestartsTheParagraphAndItsLastParagraphIsEmittedAgain) {
-  // The enclosing paragraph's runs are lost; its end emits the text box's last
-  // paragraph again, in that paragraph's style.
-  const auto box = [](const std::string& content) {
-    return "<w:r><w:pict><w:txbxContent>" + content + "</w:txbxContent></w:pict><w:t>x</w:t></w:r>";
-  };
-  EXPECT_EQ(dumpBody(para(run("outer") + box(para(run("in"), "Quote")) + run("end"), "Heading1") +
-                     para(run("next"))),
-            "[Quote] «in»\n[Quote] «in»\n[Body] «next»\n");
-  EXPECT_EQ(dumpBody(para(box(para(run("A")) + para(run("B"), "Title")))),
-            "[Body] «A»\n[Title] «B»\n[Title] «B»\n");
-}
-
-// --- Runs ----------------------------------------------------------------------
 
 TEST(DocxRuns, FormattingFlags) {
   const std::pair<const char*, const char*> cases[] = {
       {R"(<w:b/><w:i/><w:u/><w:strike/><w:smallCaps/><w:vertAlign w:val="subscript"/>)"
        R"(<w:color w:val="00FF00"/>)",
        "BIUSC_#00FF00"},
-      {R"(<w:color w:val="ff0000"/>)", "#ff0000"},
       // Exactly "0", "false" and "none" switch a toggle off; any other value switches it on.
       {R"(<w:b w:val="0"/>)", ""},
       {R"(<w:i w:val="false"/>)", ""},
@@ -166,21 +157,16 @@ TEST(DocxRuns, FormattingFlags) {
 }
 
 TEST(DocxRuns, AdjacentRunsOfExactlyTheSameFormatAreJoined) {
-  const auto color = [](const char* value) {
-    return std::string(R"(<w:color w:val=")") + value + R"("/>)";
-  };
-  const auto result = import(para(
-      run("Hello, ", "<w:b/>") + run("wor", R"(<w:b w:val="1"/>)") +
-      run("ld", R"(<w:b/><w:rStyle w:val="Strong"/>)") + run("!") + run("?") +
-      run("a", color("FF0000")) + run("b", color("FF0000")) + run("c", color("ff0000")) +
-      run("d", color("auto")) + run("e") + run("empty", color(""))));
-  EXPECT_EQ(dump(result),
+  const auto color = [](std::string value) { return R"(<w:color w:val=")" + value + R"("/>)"; };
+  EXPECT_EQ(dumpBody(para(run("Hello, ", "<w:b/>") + run("wor", R"(<w:b w:val="1"/>)") +
+                          run("ld", R"(<w:b/><w:rStyle w:val="Strong"/>)") + run("!") + run("?") +
+                          run("a", color("FF0000")) + run("b", color("FF0000")) +
+                          run("c", color("ff0000")) + run("d", color("auto")) + run("e") +
+                          run("empty", color("")))),
             "[Body] B«Hello, world» «!?» #FF0000«ab» #ff0000«c» «de» #«empty»\n");
-  EXPECT_EQ(std::get<Paragraph>(result.blocks.at(0).kind).runs.at(0),
-            (TextRun{.text = "Hello, world", .bold = true}));
 }
 
-TEST(DocxRuns, OnlyTextElementsTabsAndBreaksOfRunsContribute) {
+TEST(DocxRuns, OnlyTextTabsAndBreaksOfRunsCountUnderAnyPrefix) {
   EXPECT_EQ(dumpBody(R"(<w:p><w:pPr><w:tabs><w:tab w:val="left" w:pos="720"/></w:tabs></w:pPr>)"
                      "<w:t>outside a run</w:t><w:r><w:instrText> PAGE </w:instrText></w:r>"
                      "<w:r><w:t>  kept </w:t><w:tab/><w:t>&amp;</w:t><w:br/></w:r>"
@@ -190,55 +176,45 @@ TEST(DocxRuns, OnlyTextElementsTabsAndBreaksOfRunsContribute) {
                      "<w:sdt><w:sdtContent>" +
                      para(run("in a content control")) + "</w:sdtContent></w:sdt>"),
             "[Body] «  kept \t&\u2028 inserted link»\n[Body] «in a content control»\n");
-}
-
-TEST(DocxRuns, ElementNamesCountAfterTheLastColonAttributesByQualifiedName) {
-  const std::string prefixed =
-      R"(<x:p><x:r><x:rPr><x:b/><x:i val="0"/><x:u x:val="0"/></x:rPr><x:t>a</x:t></x:r></x:p>)";
-  const std::string bare = R"(<p><r><rPr><b/><i val="0"/><u/></rPr><t>a</t></r></p>)";
+  // Element names count after the last colon, attributes by qualified name:
   // "x:val" is neither "w:val" nor "val", so that underline stays on.
-  EXPECT_EQ(dumpBody(prefixed), "[Body] BU«a»\n");
-  EXPECT_EQ(dumpBody(bare), "[Body] BU«a»\n");
+  EXPECT_EQ(dumpBody(R"(<x:p><x:r><x:rPr><x:b/><x:i val="0"/><x:u x:val="0"/></x:rPr>)"
+                     "<x:t>a</x:t></x:r></x:p>"),
+            "[Body] BU«a»\n");
+  EXPECT_EQ(dumpBody(R"(<p><r><rPr><b/><i val="0"/><u/></rPr><t>a</t></r></p>)"), "[Body] BU«a»\n");
 }
-
-// --- Note references and notes -------------------------------------------------
 
 TEST(DocxNotes, ReferenceIsItsOwnSuperscriptRun) {
   // Superscript neighbours and a second reference share its format, yet none
   // is joined; nor does it take the open run's format. Outside a run it is nothing.
   const std::string sup = R"(<w:vertAlign w:val="superscript"/>)";
-  const auto result = import(
-      para(run("x", sup) +
-           R"(<w:r><w:footnoteReference w:id="1"/><w:footnoteReference w:id="2"/></w:r>)" +
-           run("y", sup)) +
-      para(R"(<w:r><w:rPr><w:b/><w:color w:val="FF0000"/><w:vertAlign w:val="subscript"/>)"
-           R"(</w:rPr><w:t>a</w:t><w:footnoteReference w:id="3"/><w:t>b</w:t></w:r>)") +
-      para(run("c") + R"(<w:footnoteReference w:id="4"/>)" + run("d")));
-  EXPECT_EQ(dump(result),
-            "[Body] ^«x» ^fn1«[1]» ^fn2«[2]» ^«y»\n"
-            "[Body] B_#FF0000«a» ^fn3«[3]» B_#FF0000«b»\n"
-            "[Body] «cd»\n");
-  EXPECT_EQ(std::get<Paragraph>(result.blocks.at(1).kind).runs.at(1),
-            (TextRun{.text = "[3]", .script = ScriptPosition::superscript, .footnoteID = 3}));
+  EXPECT_EQ(
+      dumpBody(para(run("x", sup) +
+                    R"(<w:r><w:footnoteReference w:id="1"/><w:footnoteReference w:id="2"/></w:r>)" +
+                    run("y", sup)) +
+               para(R"(<w:r><w:rPr><w:b/><w:color w:val="FF0000"/><w:vertAlign w:val="subscript"/>)"
+                    R"(</w:rPr><w:t>a</w:t><w:footnoteReference w:id="3"/><w:t>b</w:t></w:r>)") +
+               para(run("c") + R"(<w:footnoteReference w:id="4"/>)" + run("d"))),
+      "[Body] ^«x» ^fn1«[1]» ^fn2«[2]» ^«y»\n"
+      "[Body] B_#FF0000«a» ^fn3«[3]» B_#FF0000«b»\n"
+      "[Body] «cd»\n");
 }
 
 TEST(DocxNotes, IdsOfReferencesAndNotes) {
   // One optional sign, then digits; endnotes are offset by 10000. Empty: no number.
+  const std::string max = "9223372036854775807", over = "9223372036854775808";
   const struct {
-    const char* id;
-    const char* footnote;
-    const char* endnote;
+    std::string id, footnote, endnote;
   } cases[] = {
-      {"1", "1", "10001"},    {"+5", "5", "10005"}, {"-3", "-3", "9997"},
-      {"9223372036854775807", "9223372036854775807", ""},
-      {"9223372036854775808", "", ""},
-      {"", "", ""},           {"abc", "", ""},      {"+-1", "", ""},     {" 1", "", ""},
+      {"1", "1", "10001"}, {"+5", "5", "10005"}, {"-3", "-3", "9997"},
+      {max, max, ""},      {over, "", ""},       {"", "", ""},
+      {"abc", "", ""},     {"+-1", "", ""},      {" 1", "", ""},
   };
   for (const auto& c : cases) {
     for (const std::string kind : {"footnote", "endnote"}) {
       SCOPED_TRACE(kind + " \"" + c.id + "\"");
       const std::string n = kind == "footnote" ? c.footnote : c.endnote;
-      const std::string id = std::string(" w:id=\"") + c.id + "\"";
+      const std::string id = " w:id=\"" + c.id + "\"";
       const std::string reference = "<w:r><w:" + kind + "Reference" + id + "/></w:r>";
       const std::string notes = "<w:" + kind + id + ">" + para(run("n")) + "</w:" + kind + ">";
       const std::string expected =
@@ -266,39 +242,42 @@ TEST(DocxNotes, NotesSkipSeparatorsKeepPartOrderAndHoldParagraphsOnly) {
                     para(run("third"))) +
       note("5", para(run("before")) + table(row(cell(para(run("cell"))))) + para(run("after"))) +
       note("6", para(picture("rId1")));
-  const auto result =
-      import("", {{"word/footnotes.xml", notesXml(footnotes)},
-                  {"word/endnotes.xml", notesXml(R"(<w:endnote w:id="1"/>)", "endnote")},
-                  {kRels, relsXml({{"rId1", "media/image1.png"}})},
-                  {"word/media/image1.png", kPng}});
+  Members members = kImage1;
+  members.emplace("word/footnotes.xml", notesXml(footnotes));
+  members.emplace("word/endnotes.xml", notesXml(R"(<w:endnote w:id="1"/>)", "endnote"));
+  const auto result = import("", members);
   EXPECT_TRUE(result.blocks.empty());
   const Paragraph quote{.styleName = "Quote", .runs = {{.text = " first more", .italic = true}}};
-  EXPECT_EQ(result.footnotes, (std::vector<Footnote>{
-                                  {.id = 2, .paragraphs = {body("notice")}},
-                                  {.id = 4, .paragraphs = {}},
-                                  {.id = 1, .paragraphs = {quote, body(""), body("third")}},
-                                  {.id = 5, .paragraphs = {body("before"), body("after")}},
-                                  {.id = 6, .paragraphs = {body("")}},
-                                  {.id = 10001, .paragraphs = {}}}));
+  EXPECT_EQ(result.footnotes,
+            (std::vector<Footnote>{{.id = 2, .paragraphs = {body("notice")}},
+                                   {.id = 4, .paragraphs = {}},
+                                   {.id = 1, .paragraphs = {quote, body(""), body("third")}},
+                                   {.id = 5, .paragraphs = {body("before"), body("after")}},
+                                   {.id = 6, .paragraphs = {body("")}},
+                                   {.id = 10001, .paragraphs = {}}}));
 }
 
-// --- Tables ----------------------------------------------------------------------
-
-TEST(DocxTables, RowsMayBeRaggedEmptyParagraphsStayAndEveryBlockHasAFreshId) {
-  EXPECT_TRUE(import("").blocks.empty());
+TEST(DocxTables, RaggedRowsEmptyParagraphsAndNestedTablesEachBlockWithAFreshId) {
+  // A nested table is flattened into its cell.
+  const std::string nested =
+      table(row(cell(para(run("n1"))) + cell("")) + row(cell(para(run("n2")) + para(run("n3")))));
   const std::string doc = "<w:p/>" + para(run("")) +
                           table(row(cell(para(run("a"))) + cell(para(run("b")))) +
                                 row(cell(para(run("c"))) + cell("") + cell(para(run("e"))))) +
-                          table("") + para(run("after"));
+                          table("") + para(run("after")) +
+                          table(row(cell(para(run("before")) + nested + para(run("after"))) +
+                                    cell(para(run("right")))) +
+                                row(cell(nested + "<w:p/>")));
   const auto first = import(doc);
   EXPECT_EQ(dump(first),  // empty paragraphs are kept, without runs
             "[Body] \n[Body] \n[Table 2×3]\n  | a | b |\n  | c |  | e |\n[Table 0×0]\n"
-            "[Body] «after»\n");
+            "[Body] «after»\n"
+            "[Table 2×2]\n  | before\nn1\n\nn2\nn3\nafter | right |\n  | n1\n\nn2\nn3\n |\n");
   std::set<Uuid> ids;
   for (const auto& result : {first, import(doc)}) {
     for (const auto& block : result.blocks) ids.insert(block.id);
   }
-  EXPECT_EQ(ids.size(), 10u);
+  EXPECT_EQ(ids.size(), 12u);
 }
 
 TEST(DocxTables, CellsKeepStyledParagraphsButNoPictures) {
@@ -307,7 +286,7 @@ TEST(DocxTables, CellsKeepStyledParagraphsButNoPictures) {
                 cell("<w:tcPr/>") +
                 cell(para(run("p") + picture("rId1")) + para(picture("rId1"))))) +
           para(run("after")),
-      {{kRels, relsXml({{"rId1", "media/image1.png"}})}, {"word/media/image1.png", kPng}});
+      kImage1);
   ASSERT_EQ(result.blocks.size(), 2u);
   const Paragraph heading{.styleName = "Heading 1", .runs = {{.text = "xy", .bold = true}}};
   EXPECT_EQ(std::get<Table>(result.blocks[0].kind).rows,
@@ -316,24 +295,13 @@ TEST(DocxTables, CellsKeepStyledParagraphsButNoPictures) {
                                                   {.paragraphs = {body("p"), body("")}}}}));
 }
 
-TEST(DocxTables, NestedTableIsFlattenedIntoItsCell) {
-  const std::string nested = table(row(cell(para(run("n1"))) + cell("")) +
-                                   row(cell(para(run("n2")) + para(run("n3")))));
-  EXPECT_EQ(dumpBody(table(row(cell(para(run("before")) + nested + para(run("after"))) +
-                               cell(para(run("right")))) +
-                           row(cell(nested + "<w:p/>")))),
-            "[Table 2×2]\n  | before\nn1\n\nn2\nn3\nafter | right |\n  | n1\n\nn2\nn3\n |\n");
-}
-
-// --- Pictures ----------------------------------------------------------------------
-
 TEST(DocxPictures, PictureOnlyParagraphIsTheImageAloneOtherwiseImagesFollowText) {
-  const auto result = import(para(picture("rId1")) +
-                                 para(picture("rId2") + run("Caption") + picture("rId1")) +
-                                 para(run("next")),
-                             {{kRels, relsXml({{"rId1", "media/a.png"}, {"rId2", "media/b.jpeg"}})},
-                              {"word/media/a.png", kPng},
-                              {"word/media/b.jpeg", "JPEG"}});
+  const auto result =
+      import(para(picture("rId1")) + para(picture("rId2") + run("Caption") + picture("rId1")) +
+                 para(run("next")),
+             {{kRels, relsXml({{"rId1", "media/a.png"}, {"rId2", "media/b.jpeg"}})},
+              {"word/media/a.png", kPng},
+              {"word/media/b.jpeg", "JPEG"}});
   EXPECT_EQ(dump(result),
             "[Image a.png, 11 bytes]\n[Body] «Caption»\n[Image b.jpeg, 4 bytes]\n"
             "[Image a.png, 11 bytes]\n[Body] «next»\n");
@@ -341,71 +309,68 @@ TEST(DocxPictures, PictureOnlyParagraphIsTheImageAloneOtherwiseImagesFollowText)
             (ImageBlock{.data = Data(kPng.begin(), kPng.end()), .name = "a.png"}));
 }
 
-TEST(DocxPictures, RelationshipTargets) {
+TEST(DocxPictures, RelationshipTargetsAndUnresolvablePictures) {
   // A leading "/" is from the package root, anything else under "word/"; decoys
-  // of other sizes sit where a wrong resolution would look.
-  const std::pair<const char*, const char*> cases[] = {
-      {"media/rel.png", "[Image rel.png, 5 bytes]\n"},
-      {"/media/root.png", "[Image root.png, 3 bytes]\n"},
-      {"/word/media/rel.png", "[Image rel.png, 5 bytes]\n"},
+  // of other sizes sit where a wrong resolution would look. A picture that
+  // resolves to nothing is skipped, which leaves a picture-only paragraph empty.
+  const std::string embedded = picture("rId7");
+  const struct {
+    const char* target;  // of rId7; null: no relationships part
+    std::string blip;
+    std::string image;  // empty: skipped
+  } cases[] = {
+      {"media/rel.png", embedded, "[Image rel.png, 5 bytes]\n"},
+      {"/media/root.png", embedded, "[Image root.png, 3 bytes]\n"},
+      {"/word/media/rel.png", embedded, "[Image rel.png, 5 bytes]\n"},
+      {nullptr, embedded, ""},
+      {"media/rel.png", picture("rId2"), ""},
+      {"media/absent.png", embedded, ""},
+      {"media/rel.png", R"(<w:r><w:drawing><a:blip r:link="rId7"/></w:drawing></w:r>)", ""},
   };
-  for (const auto& [target, expected] : cases) {
-    SCOPED_TRACE(target);
-    EXPECT_EQ(dumpBody(para(picture("rId7")), {{kRels, relsXml({{"rId7", target}})},
-                                               {"word/media/rel.png", "12345"},
-                                               {"media/rel.png", "1"},
-                                               {"media/root.png", "123"},
-                                               {"word/media/root.png", "1"}}),
-              expected);
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.blip + " to " + (c.target ? c.target : "no relationships"));
+    Members members{{"word/media/rel.png", "12345"},
+                    {"media/rel.png", "1"},
+                    {"media/root.png", "123"},
+                    {"word/media/root.png", "1"}};
+    if (c.target) members.emplace(kRels, relsXml({{"rId7", c.target}}));
+    EXPECT_EQ(dumpBody(para(c.blip) + para(run("x") + c.blip), members),
+              (c.image.empty() ? "[Body] \n" : c.image) + "[Body] «x»\n" + c.image);
   }
 }
 
-TEST(DocxPictures, UnresolvablePicturesAreSkipped) {
-  // With the picture gone, a picture-only paragraph is an empty paragraph.
-  const std::string rels = relsXml({{"rId1", "media/image1.png"}});
-  const std::pair<Members, std::string> cases[] = {
-      {{{"word/media/image1.png", kPng}}, picture("rId1")},                  // no relationships
-      {{{kRels, rels}, {"word/media/image1.png", kPng}}, picture("rId2")},  // unknown id
-      {{{kRels, rels}}, picture("rId1")},                                   // missing member
-      {{{kRels, rels}, {"word/media/image1.png", kPng}},
-       R"(<w:r><w:drawing><a:blip r:link="rId1"/></w:drawing></w:r>)"},  // linked, not embedded
-  };
-  for (const auto& [members, blip] : cases) {
-    SCOPED_TRACE(blip);
-    EXPECT_EQ(dumpBody(para(blip) + para(run("x") + blip), members), "[Body] \n[Body] «x»\n");
-  }
-}
-
-// --- Failures and dispatch ---------------------------------------------------------
-
-TEST(DocxFailures, NoPackageOrNoDocumentPartIsAMissingEntry) {
+TEST(DocxFailures, DocumentPartMissingMalformedOrTooDeepIsAnErrorOfItsKind) {
   const testing::TempDir dir;
   testing::writeFile(dir / "text.docx", "This is plain text, not a ZIP archive.\n");
   testing::writePackage(dir / "nodocument.docx", {{"word/styles.xml", stylesXml({})}});
   for (const char* name : {"text.docx", "nodocument.docx", "absent.docx"}) {
     EXPECT_THAT([&] { DocxReader::read(dir / name, {}); },
-                throwsDocxError(DocxError::Kind::missingEntry, false,
+                throwsDocxError(Kind::missingEntry, false,
                                 "Archive is missing word/document.xml \u2014 not a valid file."))
         << name;
   }
-}
-
-TEST(DocxFailures, DocumentPartThatIsNotWellFormedIsAParseFailure) {
+  // Each broken part is a variant of one that reads.
   const std::string document = documentXml(para(run("a")));
   const std::string undeclared = document.substr(document.find("?>") + 2);
-  const std::string cases[] = {
-      document.substr(0, document.size() - 7),
-      "",
-      R"(<!DOCTYPE w:document [<!ENTITY e "e">]>)" + undeclared,
-      "<!DOCTYPE w:document>" + undeclared,
-  };
   ASSERT_EQ(dump(readPackage({{kDocument, document}})), "[Body] «a»\n");
-  for (const auto& part : cases) {
-    EXPECT_THAT([&] { readPackage({{kDocument, part}}); },
-                throwsDocxError(DocxError::Kind::parseFailed, false,
+  for (const std::string& part : {document.substr(0, document.size() - 7), std::string(),
+                                  R"(<!DOCTYPE w:document [<!ENTITY e "e">]>)" + undeclared,
+                                  "<!DOCTYPE w:document>" + undeclared}) {
+    const Members members{{kDocument, part}};
+    EXPECT_THAT([&] { readPackage(members); },
+                throwsDocxError(Kind::parseFailed, false,
                                 "Could not parse the document (word/document.xml)."))
         << part;
   }
+  const ImportLimits depth{.tableDepth = 2};
+  const std::string twoDeep = table(row(cell(table(row(cell(para(run("x"))))))));
+  EXPECT_EQ(dump(readPackage({{kDocument, documentXml(twoDeep)}}, {}, depth)),
+            "[Table 1×1]\n  | x |\n");
+  const Members threeDeep{{kDocument, documentXml(table(row(cell(twoDeep))))}};
+  EXPECT_THAT([&] { readPackage(threeDeep, {}, depth); },
+              throwsDocxError(Kind::unzipFailed, true,
+                              "Could not open archive: word/document.xml: tables nested more than "
+                              "2 deep, the limit"));
 }
 
 TEST(DocxFailures, BrokenOptionalPartsAreReadAsFarAsWellFormed) {
@@ -424,18 +389,6 @@ TEST(DocxFailures, BrokenOptionalPartsAreReadAsFarAsWellFormed) {
                               {"word/footnotes.xml", "<w:footnotes"},
                               {"word/endnotes.xml", ""}})),
             "[Heading 1] «a»\n");
-}
-
-TEST(DocxFailures, TablesNestedPastTheDepthLimitAreALimitError) {
-  const ImportLimits limits{.tableDepth = 2};
-  const std::string twoDeep = table(row(cell(table(row(cell(para(run("x"))))))));
-  EXPECT_EQ(dump(readPackage({{kDocument, documentXml(twoDeep)}}, {}, limits)),
-            "[Table 1×1]\n  | x |\n");
-  EXPECT_THAT(
-      [&] { readPackage({{kDocument, documentXml(table(row(cell(twoDeep))))}}, {}, limits); },
-      throwsDocxError(DocxError::Kind::unzipFailed, true,
-                      "Could not open archive: word/document.xml: tables nested more than 2 deep, "
-                      "the limit"));
 }
 
 TEST(DocxReader, ExtensionDecidesHowTheFileIsRead) {

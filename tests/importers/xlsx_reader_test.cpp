@@ -13,30 +13,21 @@
 namespace inkharbour {
 namespace {
 
-using testing::throwsDocxError;
-
 using testing::Members;
 using testing::sheetXml;
 using testing::TempDir;
+using testing::throwsDocxError;
+using Kind = DocxError::Kind;
 using Texts = std::vector<std::vector<std::string>>;
 
 const std::string kSheet1 = "xl/worksheets/sheet1.xml";
 const std::string kShared = "xl/sharedStrings.xml";
 
-std::string row(const std::string& cells) { return "<row>" + cells + "</row>"; }
+const auto row = [](const std::string& cells) { return "<row>" + cells + "</row>"; };
 
-Texts textsOf(const Table& table) {
-  Texts texts;
-  for (const auto& row : table.rows) {
-    auto& out = texts.emplace_back();
-    for (const auto& cell : row) out.push_back(cell.text());
-  }
-  return texts;
-}
-
-// Writes `members` to a package and reads it; `damaged` has its stored
-// checksum broken, so that reading it fails only once its bytes are out.
-Table readPackage(const Members& members, const ImportLimits& limits = {},
+// Writes `members` to a package and reads its cells' texts; `damaged` has its
+// stored checksum broken, so that reading it fails only once its bytes are out.
+Texts readPackage(const Members& members, const ImportLimits& limits = {},
                   const std::string& damaged = "") {
   TempDir dir;
   const auto path = dir / "book.xlsx";
@@ -48,13 +39,18 @@ Table readPackage(const Members& members, const ImportLimits& limits = {},
     zip[zip.rfind(damaged) - 30] ^= 0x5A;
     testing::writeFile(path, zip);
   }
-  return XlsxReader::read(path, limits);
+  Texts texts;
+  for (const auto& cells : XlsxReader::read(path, limits).rows) {
+    auto& out = texts.emplace_back();
+    for (const auto& cell : cells) out.push_back(cell.text());
+  }
+  return texts;
 }
 
 Texts readRows(const std::string& rows, const std::vector<std::string>& shared = {}) {
   Members members{{kSheet1, sheetXml(rows)}};
   if (!shared.empty()) members.emplace(kShared, testing::sharedStringsXml(shared));
-  return textsOf(readPackage(members));
+  return readPackage(members);
 }
 
 TEST(XlsxReader, ExampleSheetGivesTwoByThreeTableInAFreshBlock) {
@@ -65,7 +61,6 @@ TEST(XlsxReader, ExampleSheetGivesTwoByThreeTableInAFreshBlock) {
   const auto result = testing::importXlsx(dir, rows, {"Region", "North"});
   EXPECT_EQ(testing::dump(result),
             "[Table 2×3]\n  | Region | Sales |  |\n  | North |  | 1234.5 |\n");
-  EXPECT_TRUE(result.footnotes.empty());
   const auto& table = std::get<Table>(result.blocks.at(0).kind);
   EXPECT_EQ(table.rows[1][0], TableCell{.paragraphs = {Paragraph::make("Body", "North")}});
   EXPECT_EQ(table.rows[1][1], TableCell{.paragraphs = {Paragraph::make("Body", "")}});
@@ -94,12 +89,8 @@ TEST(XlsxReader, CellValuesAreTakenAsStored) {
       {R"(<c t="str"><t>stray</t></c>)", ""},
       {R"(<c>before<v>5</v>after</c>)", "5"},
   };
-  std::string rows;
-  for (const auto& [cell, expected] : cases) rows += row(cell);
-  const auto texts = readRows(rows, {"Region", "North"});
-  ASSERT_EQ(texts.size(), std::size(cases));
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    EXPECT_EQ(texts[i], std::vector<std::string>{cases[i].second}) << cases[i].first;
+  for (const auto& [cell, text] : cases) {
+    EXPECT_EQ(readRows(row(cell), {"Region", "North"}), Texts{{text}}) << cell;
   }
 }
 
@@ -128,8 +119,9 @@ TEST(XlsxReader, CellsArePlacedByColumnReferenceAndRowsPadded) {
 
 TEST(XlsxReader, ColumnLettersCountInBaseTwentySix) {
   const std::pair<const char*, std::int64_t> cases[] = {
-      {"A", 0}, {"Z", 25}, {"AA", 26}, {"ZZ", 701}, {"AAA", 702}, {"XFD", 16383}, {"", 0},
-      {"xfd", 16383}, {"aB", 27}};
+      {"A", 0},       {"Z", 25}, {"AA", 26},     {"ZZ", 701}, {"AAA", 702},
+      {"XFD", 16383}, {"", 0},   {"xfd", 16383}, {"aB", 27},
+  };
   for (const auto& [letters, index] : cases) {
     EXPECT_EQ(XlsxReader::columnIndex(letters), index) << letters;
   }
@@ -149,98 +141,76 @@ TEST(XlsxSharedStrings, ItemsBecomePlainTexts) {
   }
 }
 
-TEST(XlsxSharedStrings, MissingOrUnreadablePartLeavesSharedCellsEmpty) {
-  const std::string sheet = sheetXml(row(R"(<c t="s"><v>0</v></c><c><v>9</v></c>)"));
+TEST(XlsxPackage, SharedStringsAreOptionalAndTheFirstWorksheetByNumberIsRead) {
+  const std::string shared = sheetXml(row(R"(<c t="s"><v>0</v></c><c><v>9</v></c>)"));
   const std::string doctype =
       R"(<!DOCTYPE sst [<!ENTITY e "expanded">]><sst><si><t>&e;</t></si></sst>)";
-  EXPECT_EQ(textsOf(readPackage({{kSheet1, sheet}})), (Texts{{"", "9"}}));
-  EXPECT_EQ(textsOf(readPackage({{kSheet1, sheet}, {kShared, doctype}})), (Texts{{"", "9"}}));
-  const Members damaged{{kSheet1, sheet}, {kShared, testing::sharedStringsXml({"one"})}};
-  EXPECT_EQ(textsOf(readPackage(damaged, {}, kShared)), (Texts{{"", "9"}}));
-}
-
-TEST(XlsxWorksheet, FirstWorksheetPartByNumberIsRead) {
+  EXPECT_EQ(readPackage({{kSheet1, shared}}), (Texts{{"", "9"}}));
+  EXPECT_EQ(readPackage({{kSheet1, shared}, {kShared, doctype}}), (Texts{{"", "9"}}));
+  const Members damaged{{kSheet1, shared}, {kShared, testing::sharedStringsXml({"one"})}};
+  EXPECT_EQ(readPackage(damaged, {}, kShared), (Texts{{"", "9"}}));
   const auto sheet = [](const std::string& text) {
     return sheetXml(row("<c><v>" + text + "</v></c>"));
   };
-  const std::string sheet2 = "xl/worksheets/sheet2.xml";
-  const Members oneAndTwo{{sheet2, sheet("two")}, {kSheet1, sheet("one")}};
-  EXPECT_EQ(textsOf(readPackage(oneAndTwo)), (Texts{{"one"}}));
-  EXPECT_EQ(textsOf(readPackage({{"xl/worksheets/sheet3.xml", sheet("3")}})), (Texts{{"3"}}));
+  const Members oneAndTwo{{"xl/worksheets/sheet2.xml", sheet("two")}, {kSheet1, sheet("one")}};
+  EXPECT_EQ(readPackage(oneAndTwo), (Texts{{"one"}}));
+  EXPECT_EQ(readPackage({{"xl/worksheets/sheet3.xml", sheet("3")}}), (Texts{{"3"}}));
   // A damaged sheet1 counts as absent while looking for a sheet.
-  EXPECT_EQ(textsOf(readPackage(oneAndTwo, {}, kSheet1)), (Texts{{"two"}}));
+  EXPECT_EQ(readPackage(oneAndTwo, {}, kSheet1), (Texts{{"two"}}));
 }
 
 TEST(XlsxWorksheet, NoOrUnparsableWorksheetIsAnErrorNamingIt) {
-  const std::string entity = sheetXml(row(R"(<c t="str"><v>&e;</v></c>)"));
-  const std::string sheet3 = "xl/worksheets/sheet3.xml";
+  const auto fails = [](const std::string& part, const std::string& xml, Kind kind,
+                        const ::testing::Matcher<std::string>& message, bool damaged = false) {
+    const Members members{{part, xml}};
+    EXPECT_THAT([&] { readPackage(members, {}, damaged ? part : ""); },
+                throwsDocxError(kind, false, message))
+        << xml;
+  };
   const auto parse = [](const std::string& what) {
     return "Could not parse the document (" + what + ").";
   };
-  const struct {
-    Members members;
-    DocxError::Kind kind;
-    std::string message;
-  } cases[] = {
-      {{{"xl/worksheets/sheet10.xml", sheetXml("<row/>")}}, DocxError::Kind::missingEntry,
-       "Archive is missing xl/worksheets/sheet1.xml \u2014 not a valid file."},
-      {{{kSheet1, "<worksheet><sheetData><row><c><v>1</v></row>"}}, DocxError::Kind::parseFailed,
-       parse(kSheet1)},
-      {{{sheet3, "<worksheet><sheetData>"}}, DocxError::Kind::parseFailed, parse(sheet3)},
-      {{{kSheet1, R"(<!DOCTYPE worksheet [<!ENTITY e "expanded">]>)" + entity}},
-       DocxError::Kind::parseFailed, parse(kSheet1)},
-      {{{kSheet1, "<!DOCTYPE worksheet>" + entity}}, DocxError::Kind::parseFailed, parse(kSheet1)},
-      {{{kSheet1, sheetXml("")}}, DocxError::Kind::parseFailed, parse("worksheet has no rows")},
-      {{{sheet3, "<worksheet/>"}}, DocxError::Kind::parseFailed, parse("worksheet has no rows")},
-  };
-  for (const auto& c : cases) {
-    EXPECT_THAT([&] { readPackage(c.members); }, throwsDocxError(c.kind, false, c.message))
-        << c.members.begin()->second;
-  }
+  const std::string sheet3 = "xl/worksheets/sheet3.xml";
+  fails("xl/worksheets/sheet10.xml", sheetXml("<row/>"), Kind::missingEntry,
+        "Archive is missing xl/worksheets/sheet1.xml \u2014 not a valid file.");
+  fails(kSheet1, "<worksheet><sheetData><row><c><v>1</v></row>", Kind::parseFailed, parse(kSheet1));
+  fails(sheet3, "<worksheet><sheetData>", Kind::parseFailed, parse(sheet3));
+  const std::string entity = sheetXml(row(R"(<c t="str"><v>&e;</v></c>)"));
+  fails(kSheet1, R"(<!DOCTYPE worksheet [<!ENTITY e "expanded">]>)" + entity, Kind::parseFailed,
+        parse(kSheet1));
+  fails(kSheet1, "<!DOCTYPE worksheet>" + entity, Kind::parseFailed, parse(kSheet1));
+  fails(kSheet1, sheetXml(""), Kind::parseFailed, parse("worksheet has no rows"));
+  fails(sheet3, "<worksheet/>", Kind::parseFailed, parse("worksheet has no rows"));
   // A damaged sheet1 that is the only sheet is an archive error.
-  EXPECT_THAT([&] { readPackage({{kSheet1, sheetXml("<row/>")}}, {}, kSheet1); },
-              throwsDocxError(DocxError::Kind::unzipFailed, false,
-                              ::testing::StartsWith("Could not open archive: " + kSheet1 + ": ")));
+  fails(kSheet1, sheetXml("<row/>"), Kind::unzipFailed,
+        ::testing::StartsWith("Could not open archive: " + kSheet1 + ": "), true);
 }
 
 TEST(XlsxLimits, EachLimitStopsTheImportNamingTheMember) {
-  const std::string padding(8 << 20, ' ');
-  std::string repeated;
-  for (int i = 0; i < 100; ++i) repeated += R"(<c t="s"><v>0</v></c>)";
-  std::string shortRows;
-  for (int i = 0; i < 100; ++i) shortRows += row("<c><v>1</v></c>");
+  const auto stops = [](const Members& members, const ImportLimits& limits,
+                        const std::string& message) {
+    EXPECT_THAT([&] { readPackage(members, limits); },
+                throwsDocxError(Kind::unzipFailed, true, "Could not open archive: " + message));
+  };
   const auto items = [](const char* limit) {
     return kSheet1 + ": more than " + limit +
            " paragraphs, runs and cells, the limit for one import";
   };
-  const struct {
-    const char* name;
-    Members members;
-    ImportLimits limits;
-    std::string message;  // after "Could not open archive: "
-  } cases[] = {
-      // An optional part past a limit is an error, not an absence.
-      {"oversized shared strings",
-       {{kSheet1, sheetXml(row("<c/>"))}, {kShared, "<sst>" + padding + "</sst>"}},
-       {.memberBytes = 1 << 20},
-       kShared + " inflates to more than 1 MiB, the limit for one member"},
-      {"a shared string repeated",
-       {{kSheet1, sheetXml(row(repeated))},
-        {kShared, testing::sharedStringsXml({std::string(64 << 10, 'x')})}},
-       {.textBytes = 1 << 20},
-       kSheet1 + ": the imported text exceeds 1 MiB, the limit for one import"},
-      // Each row is small; padding every row to the widest is not.
-      {"short rows padded to one wide row",
-       {{kSheet1, sheetXml(row(R"(<c r="ALL1"/>)") + shortRows)}}, {.items = 2000}, items("2000")},
-      {"more letters than a 64-bit index holds",
-       {{kSheet1, sheetXml(row(R"(<c r="ZZZZZZZZZZZZZZZZZZZZZZZZ1"/>)"))}}, {}, items("8388608")},
-  };
-  for (const auto& c : cases) {
-    EXPECT_THAT([&] { readPackage(c.members, c.limits); },
-                throwsDocxError(DocxError::Kind::unzipFailed, true,
-                                "Could not open archive: " + c.message))
-        << c.name;
-  }
+  // An optional part past a limit is an error, not an absence.
+  stops(
+      {{kSheet1, sheetXml(row("<c/>"))}, {kShared, "<sst>" + std::string(8 << 20, ' ') + "</sst>"}},
+      {.memberBytes = 1 << 20}, kShared + " inflates to more than 1 MiB, the limit for one member");
+  std::string repeated, shortRows;
+  for (int i = 0; i < 100; ++i) repeated += R"(<c t="s"><v>0</v></c>)";
+  stops({{kSheet1, sheetXml(row(repeated))},
+         {kShared, testing::sharedStringsXml({std::string(64 << 10, 'x')})}},
+        {.textBytes = 1 << 20},
+        kSheet1 + ": the imported text exceeds 1 MiB, the limit for one import");
+  // Each row is small; padding every row to the widest is not.
+  for (int i = 0; i < 100; ++i) shortRows += row("<c><v>1</v></c>");
+  stops({{kSheet1, sheetXml(row(R"(<c r="ALL1"/>)") + shortRows)}}, {.items = 2000}, items("2000"));
+  // More column letters than a 64-bit index holds.
+  stops({{kSheet1, sheetXml(row(R"(<c r="ZZZZZZZZZZZZZZZZZZZZZZZZ1"/>)"))}}, {}, items("8388608"));
 }
 
 }  // namespace
