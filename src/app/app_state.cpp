@@ -63,6 +63,11 @@ void AppState::willChange() {
   if (observer_) observer_();
 }
 
+void AppState::changeDocument() {
+  willChange();
+  ++documentRevision_;
+}
+
 void AppState::setStatus(const Uuid& storyID, LinkStatus status) {
   willChange();
   linkStatuses_[storyID] = status;
@@ -98,9 +103,48 @@ void AppState::replaceStoryContent(const Uuid& storyID, std::vector<Block> block
                                    std::vector<Footnote> footnotes) {
   Story* story = findStory(storyID);
   if (story == nullptr) return;
-  willChange();
+  changeDocument();
   story->blocks = std::move(blocks);
   story->footnotes = std::move(footnotes);
+}
+
+void AppState::replaceBlocks(const Uuid& storyID, std::size_t first, std::size_t removed,
+                             std::vector<Block> inserted) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  auto& blocks = story->blocks;
+  first = std::min(first, blocks.size());
+  removed = std::min(removed, blocks.size() - first);
+  changeDocument();
+  const auto at = blocks.begin() + static_cast<std::ptrdiff_t>(first);
+  // Overwrite in place where the counts allow, so a keystroke moves no block.
+  const std::size_t common = std::min(removed, inserted.size());
+  std::move(inserted.begin(), inserted.begin() + static_cast<std::ptrdiff_t>(common), at);
+  if (removed > common) {
+    blocks.erase(at + static_cast<std::ptrdiff_t>(common), at + static_cast<std::ptrdiff_t>(removed));
+  } else if (inserted.size() > common) {
+    blocks.insert(at + static_cast<std::ptrdiff_t>(common),
+                  std::make_move_iterator(inserted.begin() + static_cast<std::ptrdiff_t>(common)),
+                  std::make_move_iterator(inserted.end()));
+  }
+}
+
+void AppState::replaceFootnote(const Uuid& storyID, Footnote footnote) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  for (auto& existing : story->footnotes) {
+    if (existing.id != footnote.id) continue;
+    changeDocument();
+    existing = std::move(footnote);
+    return;
+  }
+}
+
+void AppState::renameStory(const Uuid& storyID, std::string name) {
+  Story* story = findStory(storyID);
+  if (story == nullptr || name.empty() || story->name == name) return;
+  changeDocument();
+  story->name = std::move(name);
 }
 
 void AppState::clearLastError() {
@@ -127,13 +171,49 @@ void AppState::refreshAllLinkStatuses() {
   for (const auto& id : ids) refreshLinkStatus(id);
 }
 
+std::vector<LinkReadRequest> AppState::pollWithoutReading() {
+  std::vector<Uuid> ids;
+  ids.reserve(document_.stories.size());
+  for (const auto& story : document_.stories) ids.push_back(story.id);
+  std::vector<LinkReadRequest> reads;
+  for (const auto& id : ids) {
+    const Story* story = findStory(id);
+    if (story == nullptr || !story->link) {
+      statusCache_->forget(id);
+      removeStatus(id);
+      continue;
+    }
+    auto next = statusCache_->poll(id, *story->link, document_.styleMap);
+    if (const auto* status = std::get_if<LinkStatus>(&next)) {
+      setStatus(id, *status);
+    } else {
+      reads.push_back(std::move(std::get<LinkReadRequest>(next)));
+    }
+  }
+  return reads;
+}
+
+LinkReadResult AppState::readLinkedFile(const LinkReadRequest& request) {
+  return inkharbour::readLinkedFile(request);
+}
+
+void AppState::applyLinkRead(const LinkReadResult& result) {
+  const Uuid& id = result.ticket.storyID;
+  const Story* story = findStory(id);
+  if (story == nullptr || !story->link ||
+      std::filesystem::path(story->link->path) != result.ticket.path) {
+    return;
+  }
+  if (const auto status = statusCache_->apply(result)) setStatus(id, *status);
+}
+
 // --- Document operations -----------------------------------------------------
 
 void AppState::newStory() {
   Story story{.name = freeStoryName(document_.stories),
               .blocks = {Block{.kind = Paragraph::make("Body", "")}}};
   const Uuid id = story.id;
-  willChange();
+  changeDocument();
   document_.stories.push_back(std::move(story));
   selectStory(id);
   bumpReloadToken();
@@ -146,7 +226,7 @@ void AppState::deleteStory(const Uuid& storyID) {
   if (found == stories.end()) return;
   const auto index = static_cast<std::size_t>(found - stories.begin());
   const bool wasSelected = selectedStoryID_ == storyID;
-  willChange();
+  changeDocument();
   stories.erase(found);
   statusCache_->forget(storyID);
   removeStatus(storyID);
@@ -165,7 +245,7 @@ void AppState::unlink(const Uuid& storyID) {
   Story* story = findStory(storyID);
   if (story == nullptr) return;
   if (story->link) {
-    willChange();
+    changeDocument();
     story->link.reset();
   }
   statusCache_->forget(storyID);
@@ -179,7 +259,7 @@ void AppState::dismissNote(const Uuid& storyID, const Uuid& noteID) {
   const auto found = std::find_if(notes.begin(), notes.end(),
                                   [&](const ConflictNote& note) { return note.id == noteID; });
   if (found == notes.end()) return;
-  willChange();
+  changeDocument();
   notes.erase(found);
 }
 
@@ -189,11 +269,21 @@ void AppState::updateTable(const Uuid& storyID, const Uuid& blockID, Table newTa
   for (auto& block : story->blocks) {
     if (block.id != blockID) continue;
     if (!std::holds_alternative<Table>(block.kind)) return;
-    willChange();
+    changeDocument();
     block.kind = std::move(newTable);
     bumpReloadToken();
     return;
   }
+}
+
+void AppState::newDocument() {
+  changeDocument();
+  document_ = ProjectDocument{};
+  statusCache_->clear();
+  willChange();
+  linkStatuses_.clear();
+  selectStory(std::nullopt);
+  bumpReloadToken();
 }
 
 void AppState::openDocument(const std::filesystem::path& path) {
@@ -204,7 +294,7 @@ void AppState::openDocument(const std::filesystem::path& path) {
     fail(error);
     return;
   }
-  willChange();
+  changeDocument();
   document_ = std::move(opened);
   // Statuses and cached digests belong to the old document; the same story
   // ids may well come back (the same file opened again) with other bases.

@@ -11,9 +11,12 @@
 // it was. An unknown story id, or a story without a link where one is needed,
 // ends an operation silently. Deciding link statuses never writes lastError().
 //
-// There is no timer here: the interface calls refreshAllLinkStatuses() (or
-// tick()) every two seconds. Thanks to the status cache a tick costs one stat()
-// per unchanged linked file. Single-threaded, like everything in the core.
+// There is no timer here: the interface polls every two seconds, either with
+// tick() (the command line) or, so that reading a changed book never holds up
+// the window, with pollWithoutReading(), readLinkedFile() on a worker thread
+// and applyLinkRead(). Thanks to the status cache a poll costs one stat() per
+// unchanged linked file. Single-threaded, like everything in the core:
+// readLinkedFile() alone may run on another thread, and it works on copies.
 #pragma once
 
 #include <array>
@@ -32,6 +35,8 @@
 namespace inkharbour {
 
 class LinkStatusCache;
+struct LinkReadRequest;  // app/link_status.h
+struct LinkReadResult;
 
 class AppState {
  public:
@@ -58,6 +63,10 @@ class AppState {
   // Increased whenever the content the editor shows changes other than by
   // the editor itself; the editor then reloads the selected story.
   std::int64_t editorReloadToken() const { return editorReloadToken_; }
+  // Increased by every change of the document's content (not of selection,
+  // statuses or errors); the window compares it with the value at the last
+  // save to tell whether there are unsaved changes.
+  std::uint64_t documentRevision() const { return documentRevision_; }
 
   // `willChange` is called before every write of a published field, even one
   // that writes the same value again, while the old value is still readable.
@@ -81,12 +90,21 @@ class AppState {
   // since the editor already shows this content.
   void replaceStoryContent(const Uuid& storyID, std::vector<Block> blocks,
                            std::vector<Footnote> footnotes);
+  // The editor's edit of a stretch: blocks [first, first + removed) of the
+  // story give way to `inserted`. Out-of-range stretches are clamped.
+  void replaceBlocks(const Uuid& storyID, std::size_t first, std::size_t removed,
+                     std::vector<Block> inserted);
+  // Replaces the footnote with the same number; nothing when there is none.
+  void replaceFootnote(const Uuid& storyID, Footnote footnote);
+  // Gives the story a new display name; an empty name is refused silently.
+  void renameStory(const Uuid& storyID, std::string name);
   void clearLastError();
 
   // --- Link statuses ---------------------------------------------------------
 
   // Re-decides one story's status: no entry for an unknown or unlinked
-  // story; missing when the file is absent or cannot be read; upToDate when
+  // story; missing when no regular file is at the path (a FIFO, device or
+  // folder is never opened) or it cannot be read; upToDate when
   // its content fingerprints equal those of the link's base snapshot;
   // modified otherwise. Local edits never enter the decision.
   void refreshLinkStatus(const Uuid& storyID);
@@ -94,6 +112,30 @@ class AppState {
   void refreshAllLinkStatuses();
   // One poll of the interface's two-second timer.
   void tick() { refreshAllLinkStatuses(); }
+
+  // --- Link statuses without blocking ----------------------------------------
+  // tick() in three steps: the statuses end up as tick() would have set them.
+
+  // Sets, as refreshLinkStatus would, every status that needs no read (at
+  // the cost of a stat() per linked file): missing when no regular file is at
+  // the path (a FIFO, device, socket or folder is never opened), or the
+  // status of a file unchanged since a trusted read. Returns one request per
+  // linked file that must be read; those statuses stay as they are until the
+  // result is applied. Unlinked and unknown stories lose their entries.
+  // Digests no base snapshot: a request carries a copy of the base when its
+  // digest is not known yet. A file whose result is not applied yet is asked
+  // for again, so the caller polls again only once the reads are in.
+  std::vector<LinkReadRequest> pollWithoutReading();
+  // Reads one requested file and digests it: pure, safe on any thread, never
+  // throws (see readLinkedFile in app/link_status.h).
+  static LinkReadResult readLinkedFile(const LinkReadRequest& request);
+  // Sets the status the read gives and remembers the read, exactly as
+  // refreshLinkStatus would have. A stale result is ignored, and the next
+  // poll asks again: the story is gone or unlinked, its link has another
+  // path, or its link status was decided or changed since the request
+  // (openDocument, updateFromLinked, updateLinkedDocument, linkToOriginal,
+  // a refresh).
+  void applyLinkRead(const LinkReadResult& result);
 
   // --- Document operations ---------------------------------------------------
 
@@ -110,6 +152,9 @@ class AppState {
   void dismissNote(const Uuid& storyID, const Uuid& noteID);
   // Replaces the table of a table block (the table editor's result).
   void updateTable(const Uuid& storyID, const Uuid& blockID, Table newTable);
+  // Replaces the document with an empty one: no stories, no statuses, nothing
+  // selected.
+  void newDocument();
   // Replaces the document with the file's, selects its first story and
   // decides every link's status at once. On failure the open document stays.
   void openDocument(const std::filesystem::path& path);
@@ -144,6 +189,7 @@ class AppState {
  private:
   Story* findStory(const Uuid& storyID);
   void willChange();
+  void changeDocument();  // willChange() for a change of the document itself
   void setStatus(const Uuid& storyID, LinkStatus status);
   void removeStatus(const Uuid& storyID);
   void fail(const std::exception& error);
@@ -155,6 +201,7 @@ class AppState {
   std::map<Uuid, LinkStatus> linkStatuses_;
   std::optional<std::string> lastError_;
   std::int64_t editorReloadToken_ = 0;
+  std::uint64_t documentRevision_ = 0;
 
   std::function<void()> observer_;
   std::unique_ptr<LinkStatusCache> statusCache_;

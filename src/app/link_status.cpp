@@ -95,7 +95,7 @@ ContentDigest contentDigest(const std::vector<Block>& blocks,
 
 std::optional<FileIdentity> FileIdentity::of(const std::filesystem::path& path) {
   struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) return std::nullopt;
+  if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
   return FileIdentity{.device = static_cast<std::uint64_t>(info.st_dev),
                       .inode = static_cast<std::uint64_t>(info.st_ino),
                       .size = static_cast<std::int64_t>(info.st_size),
@@ -103,9 +103,41 @@ std::optional<FileIdentity> FileIdentity::of(const std::filesystem::path& path) 
                       .changedNs = nanoseconds(info.st_ctim)};
 }
 
+LinkReadResult readLinkedFile(const LinkReadRequest& request) {
+  LinkReadResult result;
+  try {
+    // A ticket that fails to copy keeps generation 0, which no entry has:
+    // the result is then ignored and the file asked for again.
+    result.ticket = request.ticket;
+    try {
+      const auto content = DocxReader::read(request.ticket.path, request.styleMap);
+      result.digest = contentDigest(content.blocks, content.footnotes);
+    } catch (const DocxError&) {
+      // The package itself is broken: it stays so until the file changes.
+    }
+    if (request.base) result.base = contentDigest(request.base->blocks, request.base->footnotes);
+  } catch (...) {
+    result.digest.reset();
+    result.passingFailure = true;
+  }
+  return result;
+}
+
 LinkStatusCache::LinkStatusCache(Clock clock, Stat stat)
     : clock_(clock ? std::move(clock) : Clock(wallClockNs)),
       stat_(stat ? std::move(stat) : Stat(FileIdentity::of)) {}
+
+LinkStatusCache::Entry& LinkStatusCache::entry(const Uuid& storyID) {
+  const auto [found, made] = entries_.try_emplace(storyID);
+  if (made) found->second.generation = ++lastGeneration_;
+  return found->second;
+}
+
+LinkStatusCache::Entry& LinkStatusCache::change(const Uuid& storyID) {
+  Entry& changed = entry(storyID);
+  changed.generation = ++lastGeneration_;
+  return changed;
+}
 
 // The identity is taken after readStartNs and before the read, so a write
 // that it did not see came later and is stamped no earlier than readStartNs
@@ -121,40 +153,94 @@ bool LinkStatusCache::trusted(const FileState& state, const std::filesystem::pat
   return newest < state.readStartNs - kRacyMarginNs;
 }
 
-LinkStatus LinkStatusCache::decide(const Uuid& storyID, const StoryLink& link,
-                                   const StyleMap& styleMap) {
+std::variant<LinkStatus, LinkReadRequest> LinkStatusCache::poll(const Uuid& storyID,
+                                                                const StoryLink& link,
+                                                                const StyleMap& styleMap) {
+  return poll(storyID, link, styleMap, true);
+}
+
+std::variant<LinkStatus, LinkReadRequest> LinkStatusCache::poll(const Uuid& storyID,
+                                                                const StoryLink& link,
+                                                                const StyleMap& styleMap,
+                                                                bool copyBase) {
   try {
     const std::filesystem::path path(link.path);
     // Before the stat: see trusted().
     const std::int64_t start = clock_();
     const auto identity = stat_(path);
-    Entry& entry = entries_[storyID];
     if (!identity) {
-      entry.file.reset();
+      // A change: a read asked for before the file went must not bring it back.
+      if (entries_.contains(storyID)) change(storyID).file.reset();
       return LinkStatus::missing;
     }
-    if (!entry.file || !trusted(*entry.file, path, *identity)) {
-      entry.file =
-          FileState{.path = path, .identity = *identity, .readStartNs = start, .digest = {}};
-      try {
-        ++fileReads_;
-        const auto content = DocxReader::read(path, styleMap);
-        entry.file->digest = contentDigest(content.blocks, content.footnotes);
-      } catch (const DocxError&) {
-        // The package itself is broken: it stays so until the file changes.
-      } catch (...) {
-        // Possibly passing (no memory, too many open files): try again next time.
-        entry.file.reset();
-        return LinkStatus::missing;
+    const Entry& known = entry(storyID);
+    if (known.file && trusted(*known.file, path, *identity)) {
+      if (!known.file->digest) return LinkStatus::missing;
+      if (known.base) {
+        return *known.file->digest == *known.base ? LinkStatus::upToDate : LinkStatus::modified;
       }
     }
-    if (!entry.file->digest) return LinkStatus::missing;
-    if (!entry.base) entry.base = contentDigest(link.baseBlocks, link.baseFootnotes);
-    return *entry.file->digest == *entry.base ? LinkStatus::upToDate : LinkStatus::modified;
+    LinkReadRequest request{.ticket = {.storyID = storyID,
+                                       .path = path,
+                                       .identity = *identity,
+                                       .readStartNs = start,
+                                       .generation = known.generation},
+                            .styleMap = styleMap,
+                            .base = {}};
+    // A copy costs less than the digest, which the reader's thread then makes.
+    if (!known.base && copyBase) request.base = ImportResult{link.baseBlocks, link.baseFootnotes};
+    return request;
   } catch (...) {
     entries_.erase(storyID);
     return LinkStatus::missing;
   }
+}
+
+std::optional<LinkStatus> LinkStatusCache::apply(const LinkReadResult& result) {
+  const Uuid& storyID = result.ticket.storyID;
+  const auto found = entries_.find(storyID);
+  if (found == entries_.end() || found->second.generation != result.ticket.generation) {
+    return std::nullopt;
+  }
+  const bool readable = result.digest && !result.passingFailure;
+  // Only a request made without the base's copy can lack its digest here.
+  if (readable && !found->second.base && !result.base) return std::nullopt;
+  try {
+    Entry& entry = change(storyID);
+    ++fileReads_;
+    if (result.base) entry.base = result.base;
+    if (result.passingFailure) {
+      entry.file.reset();
+      return LinkStatus::missing;
+    }
+    entry.file = FileState{.path = result.ticket.path,
+                           .identity = result.ticket.identity,
+                           .readStartNs = result.ticket.readStartNs,
+                           .digest = result.digest};
+    if (!readable) return LinkStatus::missing;
+    return *result.digest == *entry.base ? LinkStatus::upToDate : LinkStatus::modified;
+  } catch (...) {
+    entries_.erase(storyID);
+    return LinkStatus::missing;
+  }
+}
+
+LinkStatus LinkStatusCache::decide(const Uuid& storyID, const StoryLink& link,
+                                   const StyleMap& styleMap) {
+  auto next = poll(storyID, link, styleMap, false);
+  if (const auto* status = std::get_if<LinkStatus>(&next)) return *status;
+  auto result = readLinkedFile(std::get<LinkReadRequest>(next));
+  try {
+    // Here the base is digested only once the file proved readable, and on
+    // this thread: there is no other.
+    if (result.digest && !entry(storyID).base) {
+      result.base = contentDigest(link.baseBlocks, link.baseFootnotes);
+    }
+  } catch (...) {
+    entries_.erase(storyID);
+    return LinkStatus::missing;
+  }
+  return apply(result).value_or(LinkStatus::missing);
 }
 
 LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
@@ -165,7 +251,7 @@ LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
   ++fileReads_;
   LinkedRead result{.content = DocxReader::read(path, styleMap), .digest = {}};
   result.digest = contentDigest(result.content.blocks, result.content.footnotes);
-  Entry& entry = entries_[storyID];
+  Entry& entry = change(storyID);
   if (identity) {
     entry.file = FileState{
         .path = path, .identity = *identity, .readStartNs = start, .digest = result.digest};
@@ -176,7 +262,7 @@ LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
 }
 
 void LinkStatusCache::setBase(const Uuid& storyID, std::optional<ContentDigest> digest) {
-  entries_[storyID].base = digest;
+  change(storyID).base = digest;
 }
 
 void LinkStatusCache::forget(const Uuid& storyID) {

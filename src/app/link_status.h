@@ -9,6 +9,13 @@
 // identity is unchanged since a read that cannot have raced with a write is
 // not read again, so an unchanged file costs one stat(). The status it gives
 // is always the one a full re-read would give.
+//
+// A decision comes in two halves, so that the window can read a changed file
+// on a worker thread: poll() settles everything a stat() can settle and
+// otherwise hands out a LinkReadRequest; readLinkedFile() reads on copies and
+// touches no cache; apply() takes the result in, unless the cache was told of
+// a change to the story's link since the request. decide() is both halves in
+// one call.
 #pragma once
 
 #include <array>
@@ -18,6 +25,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "importers/docx_reader.h"
@@ -47,12 +55,49 @@ struct FileIdentity {
   std::int64_t modifiedNs = 0;  // nanoseconds since the Unix epoch
   std::int64_t changedNs = 0;
 
-  // The identity of the file at `path` (following links), or no value when
-  // there is nothing to stat there.
+  // The identity of the regular file at `path` (following links), or no
+  // value when there is none: nothing there, or a folder, FIFO, device or
+  // socket. Such a path is never opened, so a FIFO cannot stall the caller.
   static std::optional<FileIdentity> of(const std::filesystem::path& path);
 
   bool operator==(const FileIdentity&) const = default;
 };
+
+// Which read of which file a request asks for. The result carries it back,
+// so that the cache can tell whether it still applies.
+struct LinkReadTicket {
+  Uuid storyID;
+  std::filesystem::path path;
+  FileIdentity identity;         // the file as stat() saw it when the read was asked for
+  std::int64_t readStartNs = 0;  // the clock just before that stat()
+  std::uint64_t generation = 0;  // the cache's version of the story's entry then
+
+  bool operator==(const LinkReadTicket&) const = default;
+};
+
+// A linked file to read off the caller's thread. It holds copies only.
+struct LinkReadRequest {
+  LinkReadTicket ticket;
+  StyleMap styleMap;
+  // The link's base snapshot, when the cache does not know its digest yet:
+  // the reader digests it beside the file.
+  std::optional<ImportResult> base;
+};
+
+struct LinkReadResult {
+  LinkReadTicket ticket;
+  std::optional<ContentDigest> digest;  // of the file's content; none: it could not be read
+  // The read failed with something other than a DocxError (no memory, too
+  // many open files), which may pass: the file is asked for again next time.
+  // A DocxError means the file itself is broken, and stays so until it changes.
+  bool passingFailure = false;
+  std::optional<ContentDigest> base;  // the digest of the request's base, when it had one
+};
+
+// Reads the requested file with DocxReader::read and digests it (and the
+// base, when the request carries one). Pure and safe on any thread; never
+// throws: a failure is part of the result.
+LinkReadResult readLinkedFile(const LinkReadRequest& request);
 
 class LinkStatusCache {
  public:
@@ -70,10 +115,24 @@ class LinkStatusCache {
   // `clock` and `stat` stand in for the system's in tests.
   explicit LinkStatusCache(Clock clock = {}, Stat stat = {});
 
-  // The status of `link`'s file for the story: missing when nothing is at
-  // the path or the file cannot be read, upToDate when its fingerprints equal
-  // the base snapshot's, modified otherwise. Never throws.
+  // The status of `link`'s file for the story: missing when no regular file
+  // is at the path or the file cannot be read, upToDate when its
+  // fingerprints equal the base snapshot's, modified otherwise. Reads the
+  // file when poll() would ask for a read. Never throws.
   LinkStatus decide(const Uuid& storyID, const StoryLink& link, const StyleMap& styleMap);
+
+  // The first half of decide(), at the cost of a stat(): the status when it
+  // needs no read (missing, or the file is unchanged since a trusted read),
+  // otherwise the read to make. Never throws. Until the read's result is
+  // applied, every poll asks for it again.
+  std::variant<LinkStatus, LinkReadRequest> poll(const Uuid& storyID, const StoryLink& link,
+                                                 const StyleMap& styleMap);
+  // The second half: remembers the read and returns the status that decide()
+  // would have given from it. No value, and nothing remembered, when the
+  // result is stale: the story's entry changed since the request (the link
+  // got a new base or path, it was read or found missing meanwhile, or the
+  // cache was cleared).
+  std::optional<LinkStatus> apply(const LinkReadResult& result);
 
   struct LinkedRead {
     ImportResult content;
@@ -92,7 +151,8 @@ class LinkStatusCache {
   // Another document was opened.
   void clear();
 
-  // How many times a linked file has been read, for tests and benchmarks.
+  // How many reads of a linked file were taken in (by decide(), read() and
+  // apply()), for tests and benchmarks.
   std::int64_t fileReads() const { return fileReads_; }
 
  private:
@@ -105,14 +165,24 @@ class LinkStatusCache {
   struct Entry {
     std::optional<FileState> file;
     std::optional<ContentDigest> base;
+    std::uint64_t generation = 0;  // new at every change; a ticket names the one it saw
   };
 
   bool trusted(const FileState& state, const std::filesystem::path& path,
                const FileIdentity& identity) const;
+  // The story's entry, made when absent.
+  Entry& entry(const Uuid& storyID);
+  // The story's entry, about to change.
+  Entry& change(const Uuid& storyID);
+  std::variant<LinkStatus, LinkReadRequest> poll(const Uuid& storyID, const StoryLink& link,
+                                                 const StyleMap& styleMap, bool copyBase);
 
   Clock clock_;
   Stat stat_;
   std::map<Uuid, Entry> entries_;
+  // Generations come from one counter, so that an entry forgotten and made
+  // again never repeats one that a ticket holds.
+  std::uint64_t lastGeneration_ = 0;
   std::int64_t fileReads_ = 0;
 };
 

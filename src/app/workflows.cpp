@@ -62,7 +62,7 @@ void AppState::place(const fs::path& chosen) {
                          .lastSync = now()};
   const Uuid id = story.id;
   statusCache_->setBase(id, read->digest);
-  willChange();
+  changeDocument();
   document_.stories.push_back(std::move(story));
   selectStory(id);
   setStatus(id, LinkStatus::upToDate);
@@ -73,7 +73,7 @@ void AppState::linkToOriginal(const Uuid& storyID, const fs::path& chosen) {
   Story* story = findStory(storyID);
   if (story == nullptr) return;
   const fs::path path = absolutePath(chosen);
-  willChange();
+  changeDocument();
   story->link = StoryLink{.path = path.string(),
                           .kind = DocxReader::linkKind(path),
                           .baseBlocks = story->blocks,
@@ -94,7 +94,7 @@ void AppState::exportStory(const Uuid& storyID, const fs::path& chosen) {
     fail(error);
     return;
   }
-  willChange();
+  changeDocument();
   story->link = StoryLink{.path = path.string(),
                           .kind = LinkKind::word,
                           .baseBlocks = story->blocks,
@@ -119,7 +119,7 @@ void AppState::updateFromLinked(const Uuid& storyID) {
   auto footnotes =
       MergeEngine::mergeFootnotes(link.baseFootnotes, story->footnotes, read->content.footnotes);
 
-  willChange();
+  changeDocument();
   story->blocks = std::move(blocks.blocks);
   story->footnotes = std::move(footnotes.footnotes);
   // Earlier notes stay until the user dismisses them; the report is this merge's alone.
@@ -159,7 +159,7 @@ void AppState::updateLinkedDocument(const Uuid& storyID) {
     fail(error);
     return;
   }
-  willChange();
+  changeDocument();
   story->link->baseBlocks = text ? std::move(written.blocks) : story->blocks;
   story->link->baseFootnotes = text ? std::vector<Footnote>{} : story->footnotes;
   story->link->lastSync = now();

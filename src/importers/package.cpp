@@ -1,5 +1,8 @@
 #include "importers/package.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <zip.h>
 
 #include <algorithm>
@@ -101,10 +104,20 @@ struct DeflatedSource {
 
 Package::Package(const std::filesystem::path& archive, const ImportLimits& limits)
     : budget_(limits) {
-  int error = 0;
   // A file that cannot be opened as an archive leaves archive_ null: every
-  // member then reads as absent.
-  archive_ = zip_open(archive.c_str(), ZIP_RDONLY, &error);
+  // member then reads as absent. So does anything but a regular file, which
+  // is never read: opening without blocking means that a FIFO found where a
+  // package was (an open for reading would wait for its writer) cannot stall
+  // the caller.
+  const int fd = ::open(archive.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return;
+  struct stat info {};
+  int error = 0;
+  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
+    archive_ = zip_fdopen(fd, ZIP_RDONLY, &error);
+  }
+  // On success the archive owns the descriptor.
+  if (archive_ == nullptr) ::close(fd);
 }
 
 Package::~Package() {

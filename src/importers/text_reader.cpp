@@ -39,8 +39,11 @@ constexpr std::size_t kChunkSize = 1 << 20;
 // paragraphs made from it.
 class ChunkedFile {
  public:
+  // Opened without blocking: a FIFO found where a file was must not stall the
+  // caller waiting for a writer. Regular files ignore the flag; the first
+  // seek refuses a FIFO.
   ChunkedFile(const std::filesystem::path& path, const ImportLimits& limits)
-      : path_(path), limits_(limits), fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+      : path_(path), limits_(limits), fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
     if (fd_ < 0) failErrno(path, errno);
     struct stat info {};
     if (::fstat(fd_, &info) != 0) failErrno(path, errno);
