@@ -10,6 +10,9 @@ packages=(
   libcli11-dev libstb-dev libsimdjson-dev nlohmann-json3-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   git zip  # the reference points merge_bench times against
+  qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev  # the window (Qt 6 Widgets)
+  fonts-dejavu-core  # a bare machine has no font to show text with
+  xvfb xauth xdotool imagemagick  # make run without a display, scripts/screenshots.sh
 )
 
 missing=()

@@ -1,0 +1,159 @@
+// StoryEditor: the rich text editor of one story, embedded by the main window.
+//
+// It shows the story's blocks through TextBridge (one QTextBlock per model
+// block) and reports every user edit (typing, formatting, paste, undo, redo)
+// as the stretch of model blocks it replaced, mapping back only the blocks
+// the edit touched. Ids follow the text: a block keeps its id through edits,
+// the new half of a split paragraph gets a fresh one, a join keeps the first
+// block's id, and an undone deletion gives the ids back.
+//
+// Tables and pictures are atomic. Typing, Enter or a paste at one goes into a
+// new paragraph beside it; Backspace or Delete next to one first selects it,
+// and a second press (or any deletion of a selection that holds it) removes
+// it whole. After every edit each table or picture is alone in its block.
+//
+// Search highlights and word counts never touch the document or its undo.
+#pragma once
+
+#include <QString>
+#include <QTextCharFormat>
+#include <QTextEdit>
+#include <QTimer>
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "model/story.h"
+
+class QMimeData;
+class QTextBlock;
+class QTextCursor;
+
+namespace inkharbour {
+
+class FlowLayout;
+
+class StoryEditor : public QTextEdit {
+  Q_OBJECT
+
+ public:
+  enum class CharacterFormat { bold, italic, underline, strikethrough, smallCaps, superscript, subscript };
+
+  explicit StoryEditor(QWidget* parent = nullptr);
+  ~StoryEditor() override;
+
+  // Shows the blocks, editable, with an empty undo history. With
+  // `keepPosition` the caret stays in the block of the same id (else the same
+  // number) and the view keeps its scroll position, as after a reload of the
+  // same story; otherwise the caret goes to the start.
+  void setStory(const std::vector<Block>& blocks, bool keepPosition);
+  // Nothing to edit: empty and read-only.
+  void clearStory();
+
+  // The model of what the editor shows now.
+  std::vector<Block> blocks() const;
+
+  // Turns a character format on or off for the selection (one undo step,
+  // tables and pictures left alone) or, with none, for the text typed next.
+  // Superscript and subscript exclude each other.
+  void setCharacterFormat(CharacterFormat format, bool on);
+  // Whether the format applies at the caret (to the text typed next).
+  bool hasCharacterFormat(CharacterFormat format) const;
+  // Gives every paragraph the selection touches this style (one undo step).
+  void setParagraphStyle(const QString& styleName);
+  // The caret's paragraph style; empty at a table or picture.
+  QString paragraphStyle() const;
+
+  // Selects the next occurrence of `text` after the caret (before it when
+  // `backward`), wrapping around the story; false when there is none.
+  bool find(const QString& text, bool backward = false, bool caseSensitive = false);
+  // Marks the occurrences of `text` (none for an empty text) with extra
+  // selections. Every occurrence is counted; only those near the visible part
+  // are marked, and the marks follow scrolling and edits.
+  void highlight(const QString& text, bool caseSensitive = false);
+  // The number of occurrences of the highlighted text.
+  int highlightCount() const { return highlightCount_; }
+
+  // Words in the story; counted once per block and again only for changed
+  // blocks. A word holds at least one letter or digit; footnote marks,
+  // tables and pictures have none.
+  qint64 wordCount() const;
+  qint64 selectedWordCount() const;
+
+  // Puts the caret at the start of the block with this id and scrolls it into
+  // view; nothing when no block has it.
+  void scrollToBlock(const Uuid& blockID);
+
+  // Pastes the clipboard's text without its formatting (one undo step).
+  void pastePlainText();
+
+ signals:
+  // After a user edit: model blocks [first, first + removed) were replaced by
+  // `inserted`.
+  void blocksEdited(std::size_t first, std::size_t removed,
+                    const std::vector<inkharbour::Block>& inserted);
+  // The formats or paragraph style at the caret may have changed.
+  void formatChanged();
+  void wordCountChanged();
+  // A table preview was double-clicked.
+  void tableActivated(const inkharbour::Uuid& blockID);
+
+ protected:
+  void keyPressEvent(QKeyEvent* event) override;
+  void inputMethodEvent(QInputMethodEvent* event) override;
+  void mouseDoubleClickEvent(QMouseEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+  void scrollContentsBy(int dx, int dy) override;
+  bool canInsertFromMimeData(const QMimeData* source) const override;
+  void insertFromMimeData(const QMimeData* source) override;
+  QMimeData* createMimeDataFromSelection() const override;
+
+ private:
+  // Edits not reported yet: the document blocks that were [first, first +
+  // removed) at the last report are now [first, first + count).
+  struct Pending {
+    int first = 0;
+    int removed = 0;
+    int count = 0;
+  };
+
+  void attach(QTextDocument* document);
+  void onContentsChange(int position, int removed, int added);
+  void settle();
+  void repair(int first, int last);
+  void report();
+  void countWords(const QTextBlock& block);
+  FlowLayout* flow() const;
+
+  // Edits through `cursor` inside an edit block the caller holds open; each
+  // returns where the caret belongs afterwards.
+  int removeSelection(QTextCursor& cursor);
+  int openParagraphBeside(QTextCursor& cursor);
+  int insertBlocks(QTextCursor& cursor, const std::vector<Block>& blocks);
+
+  bool touchesAtomic(const QTextCursor& cursor) const;
+  bool deleteNextToAtomic(bool backward);
+  void paste(const std::vector<Block>& blocks);
+  void cleanTypingFormat();
+  QTextCharFormat typingFormat() const;
+
+  void refreshHighlights();
+  void markVisibleHits();
+
+  std::shared_ptr<qint64> words_ = std::make_shared<qint64>(0);
+  int modelCount_ = 0;      // model blocks as last reported
+  int documentBlocks_ = 0;  // document blocks as of the last contentsChange
+  std::optional<Pending> pending_;
+  bool settling_ = false;
+  bool newCommand_ = false;
+  int redoSteps_ = 0;
+
+  QString highlightText_;
+  bool highlightCase_ = false;
+  int highlightCount_ = 0;
+  QTimer highlightTimer_;
+};
+
+}  // namespace inkharbour

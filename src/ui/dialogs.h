@@ -1,0 +1,57 @@
+// The window's one seam to the user's modal answers: file panels and
+// questions. The window asks through Dialogs; tests answer through a fake, so
+// no test ever opens a real dialog.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+class QWidget;
+
+namespace inkharbour {
+
+// What a file panel offers: its title, the name it proposes (save panels),
+// and its file types as Qt name filters ("Word Document (*.docx)").
+struct FileRequest {
+  enum class Mode { open, openMany, save };
+  Mode mode = Mode::open;
+  QString title;
+  QString proposedName;
+  QStringList filters;
+};
+
+class Dialogs {
+ public:
+  enum class SaveChoice { save, discard, cancel };
+
+  virtual ~Dialogs() = default;
+  // The chosen paths; empty when the user cancelled.
+  virtual QStringList chooseFiles(QWidget* parent, const FileRequest& request) = 0;
+  // "Do you want to save the changes …?" — Save, Don't Save or Cancel.
+  virtual SaveChoice askToSave(QWidget* parent, const QString& documentName) = 0;
+  // A question whose yes-button reads `action`; true when the user agreed.
+  virtual bool confirm(QWidget* parent, const QString& title, const QString& text,
+                       const QString& action) = 0;
+};
+
+// The real panels and message boxes.
+class QtDialogs : public Dialogs {
+ public:
+  QStringList chooseFiles(QWidget* parent, const FileRequest& request) override;
+  SaveChoice askToSave(QWidget* parent, const QString& documentName) override;
+  bool confirm(QWidget* parent, const QString& title, const QString& text,
+               const QString& action) override;
+};
+
+// The panels' file types.
+namespace FileTypes {
+// Open: the document's own type and its two older extensions, then JSON.
+QStringList openDocument();
+// Save: the document's own type, then JSON.
+QStringList saveDocument();
+// Place and Link to Original: Word, Excel and plain text.
+QStringList placeable();
+QStringList wordDocument();
+}  // namespace FileTypes
+
+}  // namespace inkharbour

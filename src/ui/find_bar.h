@@ -1,0 +1,42 @@
+// The find bar under the story editor: a search field, Previous and Next,
+// Match Case (off by default) and the number of hits. Hits are highlighted
+// without touching the story or its undo.
+#pragma once
+
+#include <QWidget>
+
+class QLineEdit;
+class QCheckBox;
+class QLabel;
+
+namespace inkharbour {
+
+class StoryEditor;
+
+class FindBar : public QWidget {
+  Q_OBJECT
+
+ public:
+  FindBar(StoryEditor& editor, QWidget* parent = nullptr);
+
+  // Shows the bar with the editor's selected text (if any) and focuses the field.
+  void open();
+  void close();
+  // Selects the next (or previous) hit, wrapping around; opens the bar
+  // first when it has nothing to look for.
+  void findNext();
+  void findPrevious();
+  // Highlights the hits again (after the story changed).
+  void updateHighlight();
+
+ private:
+  void keyPressEvent(QKeyEvent* event) override;
+  void find(bool backward);
+
+  StoryEditor& editor_;
+  QLineEdit* field_;
+  QCheckBox* matchCase_;
+  QLabel* count_;
+};
+
+}  // namespace inkharbour

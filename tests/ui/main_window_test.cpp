@@ -1,0 +1,313 @@
+// The main window driven as an author would: place files, type, format,
+// save and reopen, an external change arriving, Update Link with a conflict,
+// notes, push, export and the unsaved-changes prompt. File panels and
+// questions are answered by a fake.
+#include <QtTest>
+
+#include <QDockWidget>
+#include <QLabel>
+#include <QListWidget>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTextBlock>
+#include <QTreeWidget>
+
+#include <sys/stat.h>
+
+#include "app/app_state.h"
+#include "importers/docx_reader.h"
+#include "model/document_file.h"
+#include "ui/dialogs.h"
+#include "ui/main_window.h"
+#include "ui/stories_panel.h"
+#include "writer/docx_writer.h"
+
+using namespace inkharbour;
+
+namespace {
+
+class FakeDialogs : public Dialogs {
+ public:
+  QList<FileRequest> requests;
+  QList<QStringList> answers;  // one per panel, in order; none left = cancel
+  SaveChoice saveChoice = SaveChoice::cancel;
+  int askedToSave = 0;
+  bool agree = true;
+  QStringList questions;
+
+  QStringList chooseFiles(QWidget*, const FileRequest& request) override {
+    requests << request;
+    return answers.isEmpty() ? QStringList() : answers.takeFirst();
+  }
+  SaveChoice askToSave(QWidget*, const QString&) override {
+    ++askedToSave;
+    return saveChoice;
+  }
+  bool confirm(QWidget*, const QString&, const QString& text, const QString&) override {
+    questions << text;
+    return agree;
+  }
+};
+
+Block para(const std::string& text, const std::string& style = "Body") {
+  return Block{.kind = Paragraph::make(style, text)};
+}
+
+void writeDocx(const QString& path, const std::vector<std::string>& texts) {
+  std::vector<Block> blocks;
+  for (const auto& text : texts) blocks.push_back(para(text));
+  DocxWriter::write(blocks, {}, path.toStdString());
+}
+
+QString blockText(const Block& block) {
+  return QString::fromStdString(std::get<Paragraph>(block.kind).text());
+}
+
+}  // namespace
+
+class MainWindowTest : public QObject {
+  Q_OBJECT
+
+ private slots:
+  void init();
+  void cleanup();
+
+  void placeShowsLinkedStoryAndFocusesEditor();
+  void typingAndFormattingReachTheModelAndSurviveSaveAndReopen();
+  void externalChangeShowsUpAndUpdateLinkMergesWithConflictNote();
+  void missingAndReturningFileAndFifo();
+  void unsavedChangesPromptGuardsNewOpenAndClose();
+  void pushExportAndExcelOneWay();
+  void shortcutsAreThere();
+
+ private:
+  QString file(const QString& name) const { return dir_->filePath(name); }
+  const Story& selected() const {
+    return state_->document().stories.at(*state_->selectedStoryIndex());
+  }
+  QString statusOf(int row) const {
+    return window_->storiesPanel()->topLevelItem(row)->text(2);
+  }
+
+  std::unique_ptr<QTemporaryDir> dir_;
+  std::unique_ptr<AppState> state_;
+  std::unique_ptr<FakeDialogs> dialogs_;
+  std::unique_ptr<MainWindow> window_;
+};
+
+void MainWindowTest::init() {
+  dir_ = std::make_unique<QTemporaryDir>();
+  state_ = std::make_unique<AppState>();
+  dialogs_ = std::make_unique<FakeDialogs>();
+  window_ = std::make_unique<MainWindow>(*state_, *dialogs_);
+  window_->show();
+  QVERIFY(QTest::qWaitForWindowExposed(window_.get()));
+}
+
+void MainWindowTest::cleanup() {
+  dialogs_->saveChoice = Dialogs::SaveChoice::discard;  // let the window go
+  window_.reset();
+  state_.reset();
+}
+
+void MainWindowTest::placeShowsLinkedStoryAndFocusesEditor() {
+  writeDocx(file("chapter.docx"), {"Call me Ishmael.", "Some years ago."});
+  dialogs_->answers << QStringList{file("chapter.docx")};
+  window_->action("place")->trigger();
+
+  QCOMPARE(dialogs_->requests.size(), 1);
+  QCOMPARE(dialogs_->requests[0].mode, FileRequest::Mode::openMany);
+  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.docx"));
+  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.xlsx"));
+  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.txt"));
+
+  QTreeWidget* panel = window_->storiesPanel();
+  QTRY_COMPARE(panel->topLevelItemCount(), 1);
+  QCOMPARE(panel->topLevelItem(0)->text(0), QString("chapter"));
+  QCOMPARE(panel->topLevelItem(0)->text(1), QString("Word"));
+  QCOMPARE(statusOf(0), QString("Up to date"));
+  QVERIFY(panel->topLevelItem(0)->toolTip(0).endsWith("chapter.docx"));
+  QVERIFY(window_->editor()->toPlainText().startsWith("Call me Ishmael."));
+  QTRY_VERIFY(window_->editor()->hasFocus());
+  QCOMPARE(window_->editor()->textCursor().position(), 0);
+  QVERIFY(window_->isWindowModified());
+}
+
+void MainWindowTest::typingAndFormattingReachTheModelAndSurviveSaveAndReopen() {
+  window_->action("newStory")->trigger();
+  QTRY_VERIFY(window_->editor()->hasFocus());
+  StoryEditor* editor = window_->editor();
+  QTest::keyClicks(editor, "Bold words");
+  QTRY_COMPARE(blockText(selected().blocks.at(0)), QString("Bold words"));
+
+  // Bold on a selection is one undo step and lands as a bold run.
+  QTextCursor cursor = editor->textCursor();
+  cursor.setPosition(0);
+  cursor.setPosition(4, QTextCursor::KeepAnchor);
+  editor->setTextCursor(cursor);
+  window_->action("bold")->trigger();
+  window_->action("style2")->trigger();  // Heading 1
+  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 2);
+  const auto& paragraph = std::get<Paragraph>(selected().blocks.at(0).kind);
+  QCOMPARE(paragraph.styleName, std::string("Heading 1"));
+  QVERIFY(paragraph.runs[0].bold);
+  QCOMPARE(paragraph.runs[0].text, std::string("Bold"));
+  QVERIFY(!paragraph.runs[1].bold);
+  editor->undo();  // the style
+  editor->undo();  // the bold
+  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 1);
+  editor->redo();
+  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 2);
+
+  // A first save shows the panel; a second one writes without asking.
+  dialogs_->answers << QStringList{file("book")};
+  window_->action("save")->trigger();
+  QCOMPARE(dialogs_->requests.back().title, QString("Save Inkharbour Document"));
+  QCOMPARE(dialogs_->requests.back().proposedName, QString("Untitled.inkharbour"));
+  QVERIFY(QFileInfo::exists(file("book.inkharbour")));
+  QVERIFY(!window_->isWindowModified());
+  QVERIFY(window_->windowTitle().startsWith("book.inkharbour"));
+  QTest::keyClicks(editor, "!");
+  QTRY_VERIFY(window_->isWindowModified());
+  const auto requests = dialogs_->requests.size();
+  window_->action("save")->trigger();
+  QCOMPARE(dialogs_->requests.size(), requests);
+  QVERIFY(!window_->isWindowModified());
+
+  const ProjectDocument saved = state_->document();
+  QVERIFY(window_->openDocumentFile(file("book.inkharbour")));
+  QCOMPARE(state_->document(), saved);
+  QCOMPARE(DocumentFile::read(file("book.inkharbour").toStdString()), saved);
+}
+
+void MainWindowTest::externalChangeShowsUpAndUpdateLinkMergesWithConflictNote() {
+  writeDocx(file("a.docx"), {"One.", "Two.", "Three.", "Four."});
+  QVERIFY(window_->placeFiles({file("a.docx")}));
+  QTRY_COMPARE(statusOf(0), QString("Up to date"));
+
+  // The author edits paragraph two; a co-author edits two and four.
+  StoryEditor* editor = window_->editor();
+  QTextCursor cursor(editor->document()->findBlockByNumber(1));
+  cursor.movePosition(QTextCursor::EndOfBlock);
+  editor->setTextCursor(cursor);
+  QTest::keyClicks(editor, " Mine");
+  QTRY_COMPARE(blockText(selected().blocks.at(1)), QString("Two. Mine"));
+  writeDocx(file("a.docx"), {"One.", "Two. Theirs", "Three.", "Four, changed."});
+
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
+  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (1)"));
+  QVERIFY(window_->action("updateAllLinks")->isEnabled());
+
+  window_->action("updateLink")->trigger();
+  QTRY_COMPARE(statusOf(0), QString("Up to date"));
+  QTRY_COMPARE(editor->document()->findBlockByNumber(1).text(), QString("Two. Theirs"));
+  QCOMPARE(editor->document()->findBlockByNumber(3).text(), QString("Four, changed."));
+  QCOMPARE(selected().notes.size(), std::size_t(1));
+  QCOMPARE(QString::fromStdString(selected().notes[0].localText), QString("Two. Mine"));
+
+  auto* notes = window_->findChild<QDockWidget*>("notesDock");
+  QTRY_VERIFY(notes->widget()->findChild<QPushButton*>() != nullptr);
+  notes->widget()->findChild<QPushButton*>()->click();
+  QTRY_VERIFY(selected().notes.empty());
+  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (0)"));
+}
+
+void MainWindowTest::missingAndReturningFileAndFifo() {
+  writeDocx(file("gone.docx"), {"Here."});
+  QVERIFY(window_->placeFiles({file("gone.docx")}));
+  QVERIFY(QFile::rename(file("gone.docx"), file("away.docx")));
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Missing"), 5000);
+  QVERIFY(QFile::rename(file("away.docx"), file("gone.docx")));
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Up to date"), 5000);
+
+  // A FIFO where the file was is missing at once, and the window stays alive.
+  QVERIFY(QFile::remove(file("gone.docx")));
+  QCOMPARE(::mkfifo(file("gone.docx").toLocal8Bit().constData(), 0600), 0);
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Missing"), 5000);
+  QVERIFY(!state_->lastError());
+}
+
+void MainWindowTest::unsavedChangesPromptGuardsNewOpenAndClose() {
+  window_->action("newStory")->trigger();
+  QTRY_VERIFY(window_->isWindowModified());
+
+  dialogs_->saveChoice = Dialogs::SaveChoice::cancel;
+  window_->action("newDocument")->trigger();
+  QCOMPARE(dialogs_->askedToSave, 1);
+  QCOMPARE(state_->document().stories.size(), std::size_t(1));
+  QVERIFY(!window_->close());
+  window_->action("open")->trigger();
+  QCOMPARE(dialogs_->askedToSave, 3);
+  QVERIFY(dialogs_->requests.isEmpty());  // cancelled before the panel
+
+  dialogs_->saveChoice = Dialogs::SaveChoice::discard;
+  window_->action("newDocument")->trigger();
+  QVERIFY(state_->document().stories.empty());
+  QVERIFY(!window_->isWindowModified());
+  window_->action("newDocument")->trigger();
+  QCOMPARE(dialogs_->askedToSave, 4);  // nothing to save: no question
+
+  // Save chosen but the save panel cancelled: nothing is lost.
+  window_->action("newStory")->trigger();
+  dialogs_->saveChoice = Dialogs::SaveChoice::save;
+  window_->action("newDocument")->trigger();
+  QCOMPARE(dialogs_->requests.back().title, QString("Save Inkharbour Document"));
+  QCOMPARE(state_->document().stories.size(), std::size_t(1));
+}
+
+void MainWindowTest::pushExportAndExcelOneWay() {
+  window_->action("newStory")->trigger();
+  QTRY_VERIFY(window_->editor()->hasFocus());
+  QTest::keyClicks(window_->editor(), "Exported text");
+  dialogs_->answers << QStringList{file("out")};
+  window_->action("export")->trigger();
+  QCOMPARE(dialogs_->requests.back().proposedName, QString("Untitled Story.docx"));
+  QVERIFY(QFileInfo::exists(file("out.docx")));
+  QTRY_COMPARE(statusOf(0), QString("Up to date"));
+
+  QTest::keyClicks(window_->editor(), "Pushed ");
+  window_->action("pushEdits")->trigger();
+  QCOMPARE(dialogs_->questions.size(), 1);
+  const auto pushed = DocxReader::read(file("out.docx").toStdString(), {});
+  QCOMPARE(blockText(pushed.blocks.at(0)), QString("Exported textPushed "));
+
+  // Excel links are one-way: the message shows in the status bar, no question.
+  const std::string xlsx = QFINDTESTDATA("../../examples/supply-log.xlsx").toStdString();
+  QVERIFY(!xlsx.empty());
+  QVERIFY(window_->placeFiles({QString::fromStdString(xlsx)}));
+  window_->action("pushEdits")->trigger();
+  QCOMPARE(dialogs_->questions.size(), 1);
+  QVERIFY(state_->lastError()->starts_with("Excel links are one-way"));
+  const auto labels = window_->statusBar()->findChildren<QLabel*>();
+  QTRY_VERIFY(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
+    return label->text().startsWith("Excel links are one-way");
+  }));
+}
+
+void MainWindowTest::shortcutsAreThere() {
+  const QList<std::pair<QString, QString>> expected = {
+      {"newDocument", "Ctrl+N"},    {"open", "Ctrl+O"},           {"save", "Ctrl+S"},
+      {"saveAs", "Ctrl+Shift+S"},   {"newStory", "Ctrl+Shift+N"}, {"place", "Ctrl+Shift+I"},
+      {"updateLink", "Ctrl+Shift+U"}, {"updateAllLinks", "Ctrl+Alt+Shift+U"},
+      {"pushEdits", "Ctrl+Shift+P"}, {"export", "Ctrl+E"},         {"bold", "Ctrl+B"},
+      {"italic", "Ctrl+I"},         {"underline", "Ctrl+U"},      {"style1", "Ctrl+1"},
+      {"style5", "Ctrl+5"},         {"undo", "Ctrl+Z"},           {"find", "Ctrl+F"},
+      {"findNext", "F3"},           {"findPrevious", "Shift+F3"},
+  };
+  for (const auto& [name, keys] : expected) {
+    QAction* action = window_->action(name);
+    QVERIFY2(action != nullptr, qPrintable(name));
+    QCOMPARE(action->shortcut(), QKeySequence(keys));
+  }
+  QCOMPARE(window_->action("redo")->shortcuts(),
+           (QList<QKeySequence>{QKeySequence("Ctrl+Shift+Z"), QKeySequence("Ctrl+Y")}));
+  // A shortcut typed into the window reaches its command.
+  writeDocx(file("k.docx"), {"x"});
+  dialogs_->answers << QStringList{file("k.docx")};
+  QVERIFY(QTest::qWaitForWindowActive(window_.get()));
+  QTest::keyClick(window_.get(), Qt::Key_I, Qt::ControlModifier | Qt::ShiftModifier);
+  QTRY_COMPARE(state_->document().stories.size(), std::size_t(1));
+}
+
+QTEST_MAIN(MainWindowTest)
+#include "main_window_test.moc"
