@@ -64,6 +64,7 @@ xdotool key ctrl+shift+u
 sleep 1.5
 shot 03-merged.png
 
-# The workbook is the second story.
-xdotool key ctrl+Home
-xdotool mousemove --window "$window" 60 0 >/dev/null 2>&1 || true
+# The workbook is the second story in the stories panel.
+xdotool mousemove 40 118 click 1
+sleep 1
+shot 04-workbook.png

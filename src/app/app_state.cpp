@@ -147,6 +147,10 @@ void AppState::renameStory(const Uuid& storyID, std::string name) {
   story->name = std::move(name);
 }
 
+void AppState::reportError(std::string message) {
+  failWith(std::move(message));
+}
+
 void AppState::clearLastError() {
   willChange();
   lastError_.reset();

@@ -99,6 +99,9 @@ class AppState {
   // Gives the story a new display name; an empty name is refused silently.
   void renameStory(const Uuid& storyID, std::string name);
   void clearLastError();
+  // Shows a message of the interface's own as the last error (for example
+  // one line for several failed places).
+  void reportError(std::string message);
 
   // --- Link statuses ---------------------------------------------------------
 

@@ -4,6 +4,8 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "ui/table_editor.h"
+
 namespace inkharbour {
 
 QStringList QtDialogs::chooseFiles(QWidget* parent, const FileRequest& request) {
@@ -57,6 +59,12 @@ bool QtDialogs::confirm(QWidget* parent, const QString& title, const QString& te
   box.setDefaultButton(QMessageBox::Cancel);
   box.exec();
   return box.clickedButton() == yes;
+}
+
+std::optional<Table> QtDialogs::editTable(QWidget* parent, const Table& table) {
+  TableEditor editor(table, parent);
+  if (editor.exec() != QDialog::Accepted) return std::nullopt;
+  return editor.result();
 }
 
 namespace FileTypes {

@@ -1,10 +1,13 @@
 // The window's one seam to the user's modal answers: file panels and
-// questions. The window asks through Dialogs; tests answer through a fake, so
+// questions (and the table editor). The window asks through Dialogs; tests answer through a fake, so
 // no test ever opens a real dialog.
 #pragma once
 
 #include <QString>
 #include <QStringList>
+#include <optional>
+
+#include "model/story.h"
 
 class QWidget;
 
@@ -32,6 +35,8 @@ class Dialogs {
   // A question whose yes-button reads `action`; true when the user agreed.
   virtual bool confirm(QWidget* parent, const QString& title, const QString& text,
                        const QString& action) = 0;
+  // The table editor; the edited table, or none when the author cancelled.
+  virtual std::optional<Table> editTable(QWidget* parent, const Table& table) = 0;
 };
 
 // The real panels and message boxes.
@@ -41,6 +46,7 @@ class QtDialogs : public Dialogs {
   SaveChoice askToSave(QWidget* parent, const QString& documentName) override;
   bool confirm(QWidget* parent, const QString& title, const QString& text,
                const QString& action) override;
+  std::optional<Table> editTable(QWidget* parent, const Table& table) override;
 };
 
 // The panels' file types.

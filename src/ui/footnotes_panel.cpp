@@ -9,6 +9,7 @@
 #include <QVBoxLayout>
 
 #include "app/app_state.h"
+#include "ui/edited_text.h"
 
 namespace inkharbour {
 
@@ -23,26 +24,6 @@ QString rowText(const Footnote& footnote) {
   QString text = QString::fromStdString(footnote.text()).simplified();
   if (text.size() > 120) text = text.left(119) + QChar(0x2026);
   return QStringLiteral("%1  %2").arg(footnote.id).arg(text);
-}
-
-// The edited lines as the footnote's paragraphs. A line that reads as before
-// keeps its paragraph (its formatting and style); a changed line keeps the
-// style of the paragraph it replaces.
-std::vector<Paragraph> editedParagraphs(const Footnote& old, const QString& text) {
-  std::vector<Paragraph> out;
-  const QStringList lines = text.split(QLatin1Char('\n'));
-  for (qsizetype i = 0; i < lines.size(); ++i) {
-    const std::string line = lines[i].toStdString();
-    const auto index = static_cast<std::size_t>(i);
-    if (index < old.paragraphs.size() && old.paragraphs[index].text() == line) {
-      out.push_back(old.paragraphs[index]);
-    } else {
-      const std::string style =
-          index < old.paragraphs.size() ? old.paragraphs[index].styleName : "Body";
-      out.push_back(Paragraph::make(style, line));
-    }
-  }
-  return out;
 }
 
 }  // namespace
@@ -139,7 +120,7 @@ void FootnotesPanel::commit() {
     if (footnote.id != *editing_) continue;
     const QString text = text_->toPlainText();
     if (QString::fromStdString(footnote.text()) == text) return;
-    Footnote edited{.id = footnote.id, .paragraphs = editedParagraphs(footnote, text)};
+    Footnote edited{.id = footnote.id, .paragraphs = editedParagraphs(footnote.paragraphs, text)};
     state_.replaceFootnote(story->id, std::move(edited));
     return;
   }

@@ -13,6 +13,7 @@
 #include <QStatusBar>
 #include <QStyle>
 #include <QToolBar>
+#include <QTimer>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -70,10 +71,18 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
   errorDismiss_->setToolTip(tr("Dismiss this message"));
   errorDismiss_->setAutoRaise(true);
   connect(errorDismiss_, &QToolButton::clicked, this, [this] { state_.clearLastError(); });
+  // Not QStatusBar::showMessage: a passing message must never hide an error.
+  messageLabel_ = new QLabel(this);
+  messageLabel_->setTextFormat(Qt::PlainText);
+  messageTimer_ = new QTimer(this);
+  messageTimer_->setSingleShot(true);
+  messageTimer_->setInterval(8000);
+  connect(messageTimer_, &QTimer::timeout, messageLabel_, &QLabel::clear);
   wordsLabel_ = new QLabel(this);
   linksLabel_ = new QLabel(this);
   statusBar()->addWidget(errorDismiss_);
-  statusBar()->addWidget(errorLabel_, 1);
+  statusBar()->addWidget(errorLabel_);
+  statusBar()->addWidget(messageLabel_, 1);
   statusBar()->addPermanentWidget(wordsLabel_);
   statusBar()->addPermanentWidget(linksLabel_);
 
@@ -86,6 +95,7 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
   connect(editor_, &StoryEditor::wordCountChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &QTextEdit::selectionChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &StoryEditor::formatChanged, this, &MainWindow::updateActions);
+  connect(editor_, &StoryEditor::tableActivated, this, &MainWindow::editTable);
   connect(editor_, &QTextEdit::undoAvailable, undoAction_, &QAction::setEnabled);
   connect(editor_, &QTextEdit::redoAvailable, redoAction_, &QAction::setEnabled);
   connect(editor_, &QTextEdit::copyAvailable, cutAction_, &QAction::setEnabled);
@@ -279,7 +289,11 @@ void MainWindow::createToolBar() {
   connect(styleGroup_, &QActionGroup::triggered, styleButton,
           [styleButton](QAction* action) { styleButton->setText(action->text()); });
   connect(editor_, &StoryEditor::formatChanged, styleButton,
-          [this, styleButton] { styleButton->setText(editor_->paragraphStyle()); });
+          [this, styleButton] {
+            const QString style = editor_->paragraphStyle();  // none on a table or picture
+            styleButton->setText(style.isEmpty() ? QStringLiteral("—") : style);
+            styleButton->setEnabled(!style.isEmpty());
+          });
   formatBar->addWidget(styleButton);
   for (QAction* action : formatActions_) formatBar->addAction(action);
 }
@@ -511,7 +525,8 @@ std::optional<Uuid> MainWindow::selectedID() const {
 }
 
 void MainWindow::showMessage(const QString& text) {
-  statusBar()->showMessage(text, 8000);
+  messageLabel_->setText(text);
+  messageTimer_->start();
 }
 
 bool MainWindow::maybeSave() {
@@ -614,17 +629,12 @@ bool MainWindow::placeFiles(const QStringList& paths) {
     if (attempt([&] { state_.place(path.toStdString()); })) {
       ++placed;
     } else {
-      failures << fromStd(*state_.lastError());
+      failures << tr("“%1”: %2").arg(QFileInfo(path).fileName(), fromStd(*state_.lastError()));
     }
   }
   // Every failure stays readable, not only the last one.
-  if (failures.size() > 1) state_.clearLastError();
+  if (failures.size() > 1) state_.reportError(failures.join(QStringLiteral("  ")).toStdString());
   refreshNow();
-  if (failures.size() > 1) {
-    errorLabel_->setText(failures.join(QStringLiteral("  ·  ")));
-    errorLabel_->setToolTip(failures.join(QLatin1Char('\n')));
-    errorDismiss_->setVisible(true);
-  }
   if (placed > 0) {
     showMessage(placed == 1 ? tr("Placed 1 file.") : tr("Placed %1 files.").arg(placed));
     editor_->setFocus();
@@ -733,6 +743,21 @@ void MainWindow::pushEdits() {
   }
   if (attempt([&] { state_.updateLinkedDocument(id); })) {
     showMessage(tr("Pushed “%1” to its linked document.").arg(fromStd(story.name)));
+  }
+}
+
+void MainWindow::editTable(const Uuid& blockID) {
+  const auto index = state_.selectedStoryIndex();
+  if (!index) return;
+  const Story& story = state_.document().stories[*index];
+  const Uuid storyID = story.id;
+  for (const auto& block : story.blocks) {
+    if (block.id != blockID || !std::holds_alternative<Table>(block.kind)) continue;
+    const Table table = std::get<Table>(block.kind);
+    if (auto edited = dialogs_.editTable(this, table); edited && !(*edited == table)) {
+      state_.updateTable(storyID, blockID, std::move(*edited));
+    }
+    return;
   }
 }
 

@@ -19,6 +19,7 @@ class QAction;
 class QActionGroup;
 class QLabel;
 class QStackedWidget;
+class QTimer;
 class QToolButton;
 
 namespace inkharbour {
@@ -90,6 +91,7 @@ class MainWindow : public QMainWindow {
   void updateLink();
   void updateAllLinks();
   void pushEdits();
+  void editTable(const Uuid& blockID);
 
   // Asks to save unsaved changes; false when the user cancelled.
   bool maybeSave();
@@ -113,6 +115,8 @@ class MainWindow : public QMainWindow {
   LinkPoller* poller_ = nullptr;
   QLabel* errorLabel_ = nullptr;
   QToolButton* errorDismiss_ = nullptr;
+  QLabel* messageLabel_ = nullptr;
+  QTimer* messageTimer_ = nullptr;
   QLabel* wordsLabel_ = nullptr;
   QLabel* linksLabel_ = nullptr;
   QMenu* storyMenu_ = nullptr;

@@ -9,6 +9,7 @@
 #include <QListWidget>
 #include <QPushButton>
 #include <QStatusBar>
+#include <QTableWidget>
 #include <QTextBlock>
 #include <QTreeWidget>
 
@@ -20,6 +21,7 @@
 #include "ui/dialogs.h"
 #include "ui/main_window.h"
 #include "ui/stories_panel.h"
+#include "ui/table_editor.h"
 #include "writer/docx_writer.h"
 
 using namespace inkharbour;
@@ -47,6 +49,8 @@ class FakeDialogs : public Dialogs {
     questions << text;
     return agree;
   }
+  std::optional<Table> editTable(QWidget*, const Table&) override { return tableAnswer; }
+  std::optional<Table> tableAnswer;
 };
 
 Block para(const std::string& text, const std::string& style = "Body") {
@@ -79,6 +83,7 @@ class MainWindowTest : public QObject {
   void unsavedChangesPromptGuardsNewOpenAndClose();
   void pushExportAndExcelOneWay();
   void shortcutsAreThere();
+  void tableEditorKeepsUntouchedCellsAndAppliesOneUpdate();
 
  private:
   QString file(const QString& name) const { return dir_->filePath(name); }
@@ -307,6 +312,47 @@ void MainWindowTest::shortcutsAreThere() {
   QVERIFY(QTest::qWaitForWindowActive(window_.get()));
   QTest::keyClick(window_.get(), Qt::Key_I, Qt::ControlModifier | Qt::ShiftModifier);
   QTRY_COMPARE(state_->document().stories.size(), std::size_t(1));
+}
+
+void MainWindowTest::tableEditorKeepsUntouchedCellsAndAppliesOneUpdate() {
+  TextRun bold{.text = "Bold", .bold = true};
+  const Table table{.rows = {{TableCell{{Paragraph{.styleName = "Body", .runs = {bold}}}},
+                              TableCell{{Paragraph::make("Body", "b")}}},
+                             {TableCell{{Paragraph::make("Body", "c")}}}}};
+  {
+    TableEditor editor(table);
+    QCOMPARE(editor.result(), table);  // rows of 2 and 1 cells stay so
+    editor.grid()->item(0, 1)->setText("b1\nb2");
+    editor.grid()->setCurrentCell(1, 0);
+    editor.insertRow();
+    editor.grid()->item(2, 1)->setText("new");
+    const Table edited = editor.result();
+    QCOMPARE(edited.rows.size(), std::size_t(3));
+    QCOMPARE(edited.rows[0][0], table.rows[0][0]);  // bold kept
+    QCOMPARE(edited.rows[0][1].text(), std::string("b1\nb2"));
+    QCOMPARE(edited.rows[1], table.rows[1]);
+    QCOMPARE(edited.rows[2].size(), std::size_t(2));
+    QCOMPARE(edited.rows[2][1].text(), std::string("new"));
+    editor.grid()->setCurrentCell(0, 0);
+    editor.removeColumn();
+    QCOMPARE(editor.result().rows[1].size(), std::size_t(0));
+  }
+
+  // Through the window: the story's table changes, the editor reloads.
+  state_->newStory();
+  const Uuid storyID = selected().id;
+  const Block tableBlock{.kind = table};
+  state_->replaceBlocks(storyID, 0, 1, {tableBlock});
+  QTRY_VERIFY(window_->editor()->document()->blockCount() == 1);
+  Table answer = table;
+  answer.rows[1][0] = TableCell{{Paragraph::make("Body", "changed")}};
+  dialogs_->tableAnswer = answer;
+  const auto token = state_->editorReloadToken();
+  emit window_->editor()->tableActivated(tableBlock.id);
+  QCOMPARE(std::get<Table>(selected().blocks.at(0).kind), answer);
+  QCOMPARE(selected().blocks.at(0).id, tableBlock.id);
+  QCOMPARE(state_->editorReloadToken(), token + 1);
+  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
 }
 
 QTEST_MAIN(MainWindowTest)
