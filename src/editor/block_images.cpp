@@ -29,7 +29,8 @@ QString hexDigest(QByteArrayView bytes) {
 }
 
 QByteArray bytesOf(const Data& data) {
-  return QByteArray(reinterpret_cast<const char*>(data.data()), static_cast<qsizetype>(data.size()));
+  return QByteArray(reinterpret_cast<const char*>(data.data()),
+                    static_cast<qsizetype>(data.size()));
 }
 
 QString plural(qsizetype count, const char* one, const char* many) {
@@ -83,15 +84,15 @@ std::pair<QString, QSize> addPicture(QTextDocument& document, const ImageBlock& 
   const bool decodable = size.isValid() && !size.isEmpty();
   if (!registered.contains(name)) {
     registered.insert(name);
-    document.addResource(QTextDocument::ImageResource, QUrl(name),
-                         decodable ? QVariant(bytes)
-                                   : QVariant(placeholder(QString::fromStdString(picture.name))));
+    document.addResource(
+        QTextDocument::ImageResource, QUrl(name),
+        decodable ? QVariant(bytes) : QVariant(placeholder(QString::fromStdString(picture.name))));
   }
   return {name, decodable ? size : kUndecodableSize};
 }
 
-std::pair<QString, QSize> addTable(QTextDocument& document, const Block& block,
-                                   const Table& table, Registered& registered) {
+std::pair<QString, QSize> addTable(QTextDocument& document, const Block& block, const Table& table,
+                                   Registered& registered) {
   const QString name = QStringLiteral("inkharbour-table:") +
                        QString::fromStdString(block.id.string()) + QLatin1Char('/') +
                        hexDigest(QByteArray::fromStdString(table.contentKey()));
@@ -137,10 +138,11 @@ QImage tablePreview(const Table& table) {
   if (more || rows == 0) {
     const QRect last(0, shownRows * kRowHeight, width - 1, kRowHeight);
     painter.setPen(QColor(0x70, 0x70, 0x70));
-    painter.drawText(last.adjusted(kCellPadding, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft,
-                     rows == 0 ? QStringLiteral("Empty table")
-                               : QStringLiteral("… and %1").arg(plural(rows - shownRows, "more row",
-                                                                       "more rows")));
+    painter.drawText(
+        last.adjusted(kCellPadding, 0, 0, 0), Qt::AlignVCenter | Qt::AlignLeft,
+        rows == 0
+            ? QStringLiteral("Empty table")
+            : QStringLiteral("… and %1").arg(plural(rows - shownRows, "more row", "more rows")));
   }
   return image;
 }
@@ -161,8 +163,9 @@ QTextImageFormat objectFormat(QTextDocument& document, std::shared_ptr<const Blo
   } else {
     const auto& picture = std::get<ImageBlock>(block->kind);
     image = addPicture(document, picture, registered);
-    toolTip = picture.name.empty() ? QStringLiteral("Picture")
-                                   : QStringLiteral("Picture %1").arg(QString::fromStdString(picture.name));
+    toolTip = picture.name.empty()
+                  ? QStringLiteral("Picture")
+                  : QStringLiteral("Picture %1").arg(QString::fromStdString(picture.name));
   }
   const QSize size = shownSize(image.second);
   QTextImageFormat format;

@@ -65,7 +65,8 @@ class ImageObjects final : public QObject, public QTextObjectInterface {
     if (resource.userType() == QMetaType::QImage) return resource.value<QImage>();
     if (resource.userType() == QMetaType::QPixmap) return resource.value<QPixmap>().toImage();
     QImage image;
-    if (resource.userType() == QMetaType::QByteArray && image.loadFromData(resource.toByteArray())) {
+    if (resource.userType() == QMetaType::QByteArray &&
+        image.loadFromData(resource.toByteArray())) {
       document->addResource(QTextDocument::ImageResource, name, image);
     }
     return image;
@@ -172,7 +173,8 @@ struct FlowLayout::Flow {
   void splice(std::size_t first, std::size_t removed, std::size_t count) {
     for (std::size_t i = first; i < first + removed; ++i) estimates -= exact[i] ? 0 : 1;
     const auto at = static_cast<std::ptrdiff_t>(first);
-    heights.erase(heights.begin() + at, heights.begin() + at + static_cast<std::ptrdiff_t>(removed));
+    heights.erase(heights.begin() + at,
+                  heights.begin() + at + static_cast<std::ptrdiff_t>(removed));
     exact.erase(exact.begin() + at, exact.begin() + at + static_cast<std::ptrdiff_t>(removed));
     heights.insert(heights.begin() + at, count, 0);
     exact.insert(exact.begin() + at, count, 0);
@@ -183,7 +185,8 @@ struct FlowLayout::Flow {
 };
 
 FlowLayout::FlowLayout(QTextDocument* document)
-    : QAbstractTextDocumentLayout(document), flow_(std::make_unique<Flow>()),
+    : QAbstractTextDocumentLayout(document),
+      flow_(std::make_unique<Flow>()),
       images_(std::make_unique<ImageObjects>()) {
   flow_->document = document;
   registerHandler(QTextFormat::ImageObject, images_.get());
@@ -198,7 +201,9 @@ QSizeF FlowLayout::documentSize() const {
   return {flow.width + 2 * flow.margin(), flow.bottom() + flow.margin()};
 }
 
-QRectF FlowLayout::frameBoundingRect(QTextFrame*) const { return {QPointF(0, 0), documentSize()}; }
+QRectF FlowLayout::frameBoundingRect(QTextFrame*) const {
+  return {QPointF(0, 0), documentSize()};
+}
 
 QRectF FlowLayout::blockBoundingRect(const QTextBlock& block) const {
   Flow& flow = *flow_;
@@ -300,15 +305,18 @@ void FlowLayout::documentChanged(int from, int charsRemoved, int charsAdded) {
   flow.splice(at, static_cast<std::size_t>(removed), static_cast<std::size_t>(count));
   QTextBlock block = first;
   for (std::size_t i = at; i < at + static_cast<std::size_t>(count); ++i, block = block.next()) {
-    if (count <= kImmediateBlocks) {
+    if (flow.width <= 0) {
+      flow.heights[i] = flow.lineHeight;  // no page yet: nothing to lay out against
+    } else if (count <= kImmediateBlocks) {
       flow.makeExact(i, block);
     } else {
       flow.heights[i] = flow.estimate(block);
     }
   }
-  if (flow.estimates > 0 && !background_.isActive()) background_.start(0, this);
+  if (flow.width > 0 && flow.estimates > 0 && !background_.isActive()) background_.start(0, this);
   const bool moved = count != removed || flow.bottom() != before;
-  emit update(QRectF(0, top, kEndless, moved ? kEndless : flow.top(at + static_cast<std::size_t>(count)) - top));
+  emit update(QRectF(0, top, kEndless,
+                     moved ? kEndless : flow.top(at + static_cast<std::size_t>(count)) - top));
   if (moved) emit documentSizeChanged(documentSize());
 }
 
@@ -344,7 +352,9 @@ void FlowLayout::relayoutAll() {
   emit update();
 }
 
-bool FlowLayout::isComplete() const { return flow_->estimates == 0; }
+bool FlowLayout::isComplete() const {
+  return flow_->estimates == 0;
+}
 
 void FlowLayout::completeLayout() {
   Flow& flow = *flow_;

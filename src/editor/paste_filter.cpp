@@ -28,7 +28,9 @@ constexpr double kHeading1Size = 18;
 constexpr double kHeading2Size = 15;
 constexpr double kQuoteIndent = 20;
 
-Data dataOf(const QByteArray& bytes) { return Data(bytes.begin(), bytes.end()); }
+Data dataOf(const QByteArray& bytes) {
+  return Data(bytes.begin(), bytes.end());
+}
 
 Block picture(const QImage& image, std::string name) {
   QByteArray bytes;
@@ -56,8 +58,10 @@ std::optional<Block> pictureOf(const QTextDocument& document, const QTextImageFo
     buffer.setData(bytes);
     const QByteArray suffix = QImageReader(&buffer).format();
     if (!suffix.isEmpty()) {
-      return Block{.kind = ImageBlock{.data = dataOf(bytes),
-                                      .name = (name + QLatin1Char('.') + QString::fromLatin1(suffix)).toStdString()}};
+      return Block{
+          .kind = ImageBlock{
+              .data = dataOf(bytes),
+              .name = (name + QLatin1Char('.') + QString::fromLatin1(suffix)).toStdString()}};
     }
   }
   if (image.isNull()) return std::nullopt;
@@ -66,7 +70,8 @@ std::optional<Block> pictureOf(const QTextDocument& document, const QTextImageFo
 
 double pointSize(const QTextCharFormat& format) {
   if (format.hasProperty(QTextFormat::FontPointSize)) return format.fontPointSize();
-  if (format.hasProperty(QTextFormat::FontPixelSize)) return format.intProperty(QTextFormat::FontPixelSize) * 0.75;
+  if (format.hasProperty(QTextFormat::FontPixelSize))
+    return format.intProperty(QTextFormat::FontPixelSize) * 0.75;
   return 0;
 }
 
@@ -218,7 +223,8 @@ QString plainText(const std::vector<Block>& blocks) {
   QStringList lines;
   for (const auto& block : blocks) {
     if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
-      lines << QString::fromStdString(paragraph->text()).replace(QChar::LineSeparator, QLatin1Char('\n'));
+      lines << QString::fromStdString(paragraph->text())
+                   .replace(QChar::LineSeparator, QLatin1Char('\n'));
     } else if (const auto* table = std::get_if<Table>(&block.kind)) {
       for (const auto& row : table->rows) {
         QStringList cells;
@@ -240,7 +246,9 @@ QString html(const std::vector<Block>& blocks) {
     if (TextBridge::isAtomic(block)) continue;
     const QString style = TextBridge::paragraphStyle(block);
     const double size = StyleSheet::fontSize(style.toStdString());
-    const int level = style == QLatin1String("Heading 2") ? 2 : size > StyleSheet::fontSize("Body") ? 1 : 0;
+    const int level = style == QLatin1String("Heading 2")   ? 2
+                      : size > StyleSheet::fontSize("Body") ? 1
+                                                            : 0;
     if (level == 0) continue;
     cursor.setPosition(block.position());
     QTextBlockFormat format = block.blockFormat();
@@ -261,12 +269,22 @@ BlocksMimeData::BlocksMimeData(std::vector<Block> blocks) : blocks_(std::move(bl
 }
 
 bool canRead(const QMimeData& data) {
-  return data.hasFormat(QString::fromLatin1(BlocksMimeData::kFormat)) || data.hasHtml() ||
-         data.hasImage() || data.hasText() || !fromImageFiles(data.urls()).empty();
+  if (data.hasFormat(QString::fromLatin1(BlocksMimeData::kFormat)) || data.hasHtml() ||
+      data.hasImage() || data.hasText()) {
+    return true;
+  }
+  // Asked on every move of a drag: judged by the file names alone.
+  static const QList<QByteArray> formats = QImageReader::supportedImageFormats();
+  const QList<QUrl> urls = data.urls();
+  return std::any_of(urls.begin(), urls.end(), [](const QUrl& url) {
+    return url.isLocalFile() &&
+           formats.contains(QFileInfo(url.toLocalFile()).suffix().toLower().toLatin1());
+  });
 }
 
 std::vector<Block> read(const QMimeData& data) {
-  if (const auto* own = qobject_cast<const BlocksMimeData*>(&data)) return withFreshIDs(own->blocks());
+  if (const auto* own = qobject_cast<const BlocksMimeData*>(&data))
+    return withFreshIDs(own->blocks());
   if (data.hasHtml()) {
     QTextDocument document;
     document.setHtml(data.html());
@@ -291,7 +309,8 @@ std::vector<Block> fromDocument(const QTextDocument& document) {
   const auto first = std::find_if_not(blocks.begin(), blocks.end(), isEmptyParagraph);
   const auto last = std::find_if_not(blocks.rbegin(), blocks.rend(), isEmptyParagraph).base();
   if (first >= last) return {};
-  return withFreshIDs(std::vector<Block>(std::make_move_iterator(first), std::make_move_iterator(last)));
+  return withFreshIDs(
+      std::vector<Block>(std::make_move_iterator(first), std::make_move_iterator(last)));
 }
 
 std::vector<Block> fromPlainText(const QString& text, const std::string& style,

@@ -39,7 +39,15 @@ class StoryEditor : public QTextEdit {
   Q_OBJECT
 
  public:
-  enum class CharacterFormat { bold, italic, underline, strikethrough, smallCaps, superscript, subscript };
+  enum class CharacterFormat {
+    bold,
+    italic,
+    underline,
+    strikethrough,
+    smallCaps,
+    superscript,
+    subscript
+  };
 
   explicit StoryEditor(QWidget* parent = nullptr);
   ~StoryEditor() override;
@@ -122,20 +130,13 @@ class StoryEditor : public QTextEdit {
   void attach(QTextDocument* document);
   void onContentsChange(int position, int removed, int added);
   void settle();
-  void repair(int first, int last);
   void report();
   void countWords(const QTextBlock& block);
   FlowLayout* flow() const;
 
-  // Edits through `cursor` inside an edit block the caller holds open; each
-  // returns where the caret belongs afterwards.
-  int removeSelection(QTextCursor& cursor);
-  int openParagraphBeside(QTextCursor& cursor);
-  int insertBlocks(QTextCursor& cursor, const std::vector<Block>& blocks);
-
-  bool touchesAtomic(const QTextCursor& cursor) const;
   bool deleteNextToAtomic(bool backward);
-  void paste(const std::vector<Block>& blocks);
+  void splitParagraph();
+  void pasteBlocks(const std::vector<Block>& blocks);
   void cleanTypingFormat();
   QTextCharFormat typingFormat() const;
 

@@ -149,14 +149,22 @@ void writeContent(QTextCursor& cursor, const std::shared_ptr<const Block>& block
 
 QString propertyName(int property) {
   switch (property) {
-    case kParagraphStyleProperty: return QStringLiteral("inkharbour.paragraphStyle");
-    case kBlockIDProperty: return QStringLiteral("inkharbour.blockID");
-    case kFootnoteProperty: return QStringLiteral("inkharbour.footnote");
-    case kScriptProperty: return QStringLiteral("inkharbour.script");
-    case kSmallCapsProperty: return QStringLiteral("inkharbour.smallCaps");
-    case kColorProperty: return QStringLiteral("inkharbour.color");
-    case kBlockObjectProperty: return QStringLiteral("inkharbour.blockObject");
-    default: return {};
+    case kParagraphStyleProperty:
+      return QStringLiteral("inkharbour.paragraphStyle");
+    case kBlockIDProperty:
+      return QStringLiteral("inkharbour.blockID");
+    case kFootnoteProperty:
+      return QStringLiteral("inkharbour.footnote");
+    case kScriptProperty:
+      return QStringLiteral("inkharbour.script");
+    case kSmallCapsProperty:
+      return QStringLiteral("inkharbour.smallCaps");
+    case kColorProperty:
+      return QStringLiteral("inkharbour.color");
+    case kBlockObjectProperty:
+      return QStringLiteral("inkharbour.blockObject");
+    default:
+      return {};
   }
 }
 
@@ -279,7 +287,9 @@ QString paragraphStyle(const QTextBlock& block) {
   return value.isValid() ? value.toString() : QStringLiteral("Body");
 }
 
-bool isAtomic(const QTextBlock& block) { return atomicObject(block) != nullptr; }
+bool isAtomic(const QTextBlock& block) {
+  return atomicObject(block) != nullptr;
+}
 
 bool isEmptyStory(const QTextDocument& document) {
   const QTextBlock first = document.firstBlock();
@@ -290,7 +300,8 @@ std::shared_ptr<const Block> readShared(const QTextBlock& block) {
   const auto id = blockID(block);
   if (auto object = atomicObject(block)) {
     if (id && object->id == *id) return object;
-    return std::make_shared<const Block>(Block{.id = id.value_or(Uuid::random()), .kind = object->kind});
+    return std::make_shared<const Block>(
+        Block{.id = id.value_or(Uuid::random()), .kind = object->kind});
   }
   Paragraph content = paragraphFromFragments(block);
   if (const auto* memo = dynamic_cast<const BlockMemo*>(block.userData())) {
@@ -302,7 +313,9 @@ std::shared_ptr<const Block> readShared(const QTextBlock& block) {
       Block{.id = id.value_or(Uuid::random()), .kind = std::move(content)});
 }
 
-Block readBlock(const QTextBlock& block) { return *readShared(block); }
+Block readBlock(const QTextBlock& block) {
+  return *readShared(block);
+}
 
 std::vector<TextRun> runs(const QTextBlock& block, int from, int to) {
   std::vector<TextRun> result;
@@ -397,10 +410,14 @@ void load(QTextDocument& document, const std::vector<Block>& blocks) {
   font.setPointSizeF(kBodySize);
   document.setDefaultFont(font);
   QTextCursor cursor(&document);
+  // One edit block: a cursor outside one measures its position after every
+  // insertion, which costs a text layout each time.
+  cursor.beginEditBlock();
   writeBlocks(cursor, blocks);
   for (QTextBlock block = document.firstBlock(); block.isValid(); block = block.next()) {
     decorate(block, false);
   }
+  cursor.endEditBlock();
   document.setLayoutEnabled(true);
   document.setUndoRedoEnabled(true);
   document.setModified(false);
@@ -411,7 +428,8 @@ void load(QTextDocument& document, const std::vector<Block>& blocks) {
 void decorate(const QTextBlock& block, bool reconsider) {
   const QVariant style = block.blockFormat().property(kParagraphStyleProperty);
   const bool quote = style.isValid() && style.toString() == QLatin1String("Quote");
-  const double size = style.isValid() ? StyleSheet::fontSize(style.toString().toStdString()) : kBodySize;
+  const double size =
+      style.isValid() ? StyleSheet::fontSize(style.toString().toStdString()) : kBodySize;
   QList<QTextLayout::FormatRange> ranges;
   if (quote) {
     for (auto it = block.begin(); !it.atEnd(); ++it) {

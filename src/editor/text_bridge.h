@@ -58,10 +58,10 @@ QString propertyName(int property);
 
 // --- What a block remembers -----------------------------------------------------
 
-// The user data of a block: the model values it last stood for, and its word
-// count. `original` is what was loaded or inserted; `last` what the block was
-// last reported as after an edit. Either is returned by a read as long as the
-// block's content still matches it.
+// The user data of a block: the model values it stood for, and its word
+// count. `original` is what was loaded or inserted; `last` is free for the
+// owner of the document (the editor keeps what it last reported there).
+// Either is returned by a read as long as the block's content matches it.
 class BlockMemo final : public QTextBlockUserData {
  public:
   explicit BlockMemo(std::shared_ptr<const Block> original = nullptr);
