@@ -29,7 +29,7 @@ test: build
 # Every benchmark, each given the same scratch folder, which keeps the
 # generated books between runs.
 BENCH_DIR ?= $(or $(TMPDIR),/tmp)/inkharbour-bench
-BENCHES := import_bench merge_bench document_bench poll_bench
+BENCHES := import_bench merge_bench document_bench poll_bench editor_bench
 
 # Timings mean nothing in a debug build: the release preset, whatever PRESET says.
 bench:

@@ -6,8 +6,8 @@
 //     afterwards; the time until that is done is shown too, and what a
 //     keystroke at the start costs meanwhile.
 //   - one keystroke in the middle of the book: the key event, the editor's
-//     mapping of the changed block back to the model (blocksEdited) and the
-//     repaint (goal: median at most 16 ms). Enter and Backspace there, and
+//     mapping of the changed block back to the model (blocksEdited, applied
+//     to the story in AppState as the window does) and the repaint (goal: median at most 16 ms). Enter and Backspace there, and
 //     the same keystroke in a plain QTextEdit with Qt's own document layout,
 //     for scale.
 //
@@ -28,6 +28,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "app/app_state.h"
 #include "bench_support.h"
 #include "book_generator.h"
 #include "editor/flow_layout.h"
@@ -111,10 +112,16 @@ int run(const Options& options) {
   PaintCounter counter;
   editor.viewport()->installEventFilter(&counter);
   QCoreApplication::processEvents();
+  // The edits reach the document as they do in the window.
+  AppState state;
+  state.newStory();
+  const Uuid storyID = *state.selectedStoryID();
+  state.replaceStoryContent(storyID, imported.blocks, imported.footnotes);
   std::size_t reported = 0;
   QObject::connect(&editor, &StoryEditor::blocksEdited,
-                   [&](std::size_t, std::size_t, const std::vector<Block>& inserted) {
+                   [&](std::size_t first, std::size_t removed, const std::vector<Block>& inserted) {
                      reported += inserted.size();
+                     state.replaceBlocks(storyID, first, removed, inserted);
                    });
 
   std::vector<double> open, complete, early;
@@ -136,6 +143,7 @@ int run(const Options& options) {
   }
   // Back to the book as imported, laid out, for the keystrokes below.
   editor.setStory(imported.blocks, false);
+  state.replaceStoryContent(storyID, imported.blocks, imported.footnotes);
   while (!static_cast<FlowLayout*>(editor.document()->documentLayout())->isComplete()) {
     QCoreApplication::processEvents();
   }
@@ -151,7 +159,8 @@ int run(const Options& options) {
     enters.push_back(keystrokeMs(editor, Qt::Key_Return, QStringLiteral("\r")));
     backspaces.push_back(keystrokeMs(editor, Qt::Key_Backspace));
   }
-  if (reported == 0 || editor.blocks().size() != imported.blocks.size()) {
+  if (reported == 0 || editor.blocks().size() != imported.blocks.size() ||
+      editor.blocks() != state.document().stories.front().blocks) {
     throw std::runtime_error("the keystrokes were not reported as edits");
   }
 

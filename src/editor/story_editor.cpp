@@ -27,6 +27,8 @@ namespace Edits = DocumentEdits;
 // Search hits are marked this many blocks above and below the view, and no
 // more than kMaxMarks of them.
 constexpr int kMarkMargin = 60;
+// White space around the text, so that it does not touch the frame.
+constexpr int kPageMargin = 24;
 constexpr int kMaxMarks = 2000;
 constexpr int kHighlightDelayMs = 150;
 
@@ -110,6 +112,7 @@ void StoryEditor::setStory(const std::vector<Block>& blocks, bool keepPosition) 
   const int oldScroll = verticalScrollBar()->value();
 
   auto* document = new QTextDocument(this);
+  document->setDocumentMargin(kPageMargin);
   document->setDocumentLayout(new FlowLayout(document));
   TB::load(*document, blocks);
   words_ = std::make_shared<qint64>(0);
@@ -145,6 +148,7 @@ void StoryEditor::setStory(const std::vector<Block>& blocks, bool keepPosition) 
 
 void StoryEditor::clearStory() {
   auto* document = new QTextDocument(this);
+  document->setDocumentMargin(kPageMargin);
   document->setDocumentLayout(new FlowLayout(document));
   TB::load(*document, {});
   words_ = std::make_shared<qint64>(0);

@@ -116,6 +116,24 @@ QIcon linkKind(std::optional<LinkKind> kind) {
   });
 }
 
+QIcon exportDocument() {
+  return painted([](QPainter& p) {
+    QPainterPath page;
+    page.moveTo(3, 2);
+    page.lineTo(15, 2);
+    page.lineTo(21, 8);
+    page.lineTo(21, 30);
+    page.lineTo(3, 30);
+    page.closeSubpath();
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(0x2b, 0x57, 0x9a));
+    p.drawPath(page);
+    p.setPen(QPen(QColor(0x2e, 0x8b, 0x57), 4, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    p.drawLine(QPointF(14, 19), QPointF(28, 19));
+    p.drawPolyline(QPolygonF({QPointF(23, 13.5), QPointF(28.5, 19), QPointF(23, 24.5)}));
+  });
+}
+
 QIcon letters(const QString& text, bool bold, bool italic, bool underline, bool strike) {
   return painted([&](QPainter& p) {
     QFont font(QStringLiteral("DejaVu Serif"));

@@ -16,6 +16,8 @@ QIcon status(LinkStatus status);
 // A page with the kind's letter: W (Word), X (Excel), T (text); a page
 // without a link is drawn hollow.
 QIcon linkKind(std::optional<LinkKind> kind);
+// A Word page with an arrow leaving it: writing a story out to a new file.
+QIcon exportDocument();
 // A toolbar glyph: one or two letters in the given style ("B" bold, ...).
 QIcon letters(const QString& text, bool bold, bool italic, bool underline, bool strike);
 

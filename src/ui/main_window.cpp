@@ -162,7 +162,7 @@ void MainWindow::createActions() {
   deleteAction_ = makeAction(this, "deleteStory", tr("&Delete Story…"), {},
                              s->standardIcon(QStyle::SP_TrashIcon));
   exportAction_ = makeAction(this, "export", tr("&Export with Inkharbour…"),
-                             {QKeySequence(tr("Ctrl+E"))}, s->standardIcon(QStyle::SP_DriveFDIcon));
+                             {QKeySequence(tr("Ctrl+E"))}, Icons::exportDocument());
   exportAction_->setToolTip(tr("Write this story to a new Word document and link it there"));
   updateAction_ = makeAction(this, "updateLink", tr("&Update Link (Merge External Changes)"),
                              {QKeySequence(tr("Ctrl+Shift+U"))},
@@ -655,7 +655,20 @@ void MainWindow::linkToOriginal() {
 }
 
 void MainWindow::unlink() {
-  if (const auto id = selectedID()) state_.unlink(*id);
+  const auto index = state_.selectedStoryIndex();
+  if (!index) return;
+  const Story& story = state_.document().stories[*index];
+  if (!story.link) return;
+  const Uuid id = story.id;
+  if (!dialogs_.confirm(this, tr("Unlink"),
+                        tr("Unlink “%1” from “%2”? The story keeps its text, but changes to the "
+                           "file will no longer be merged in, and edits can no longer be pushed.")
+                            .arg(fromStd(story.name),
+                                 QFileInfo(fromStd(story.link->path)).fileName()),
+                        tr("Unlink"))) {
+    return;
+  }
+  state_.unlink(id);
 }
 
 void MainWindow::renameStory() {
