@@ -36,9 +36,10 @@ sleep 1.5
 shot() { import -window root "$out/$1"; echo "$out/$1"; }
 shot 01-story.png
 
-# The author adds a sentence to the first body paragraph...
-xdotool key ctrl+Home Down Down End
-xdotool type --delay 15 " She never missed a night."
+# The author begins the first body paragraph anew...
+xdotool key ctrl+Home Down Down Home
+xdotool type --delay 15 "Long ago, the "
+xdotool key shift+ctrl+Right Delete
 sleep 0.5
 # ...while a co-author rewrites the same paragraph and the title in Word.
 python3 - "$project/the-lighthouse-keeper.docx" <<'PY'
