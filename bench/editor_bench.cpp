@@ -10,6 +10,8 @@
 //     to the story in AppState as the window does) and the repaint (goal: median at most 16 ms). Enter and Backspace there, and
 //     the same keystroke in a plain QTextEdit with Qt's own document layout,
 //     for scale.
+//   - undo of those edits as the window does it: each taken back in AppState
+//     and shown through StoryEditor::applyEdit, last first.
 //
 // usage: editor_bench [--paragraphs N] [--opens N] [--keys N] [--check] [DIRECTORY]
 //
@@ -118,11 +120,20 @@ int run(const Options& options) {
   const Uuid storyID = *state.selectedStoryID();
   state.replaceStoryContent(storyID, imported.blocks, imported.footnotes);
   std::size_t reported = 0;
-  QObject::connect(&editor, &StoryEditor::blocksEdited,
-                   [&](std::size_t first, std::size_t removed, const std::vector<Block>& inserted) {
-                     reported += inserted.size();
-                     state.replaceBlocks(storyID, first, removed, inserted);
-                   });
+  struct Edit {
+    std::size_t first;
+    std::vector<Block> removed, inserted;
+  };
+  std::vector<Edit> edits;  // for undo
+  QObject::connect(
+      &editor, &StoryEditor::blocksEdited,
+      [&](std::size_t first, std::size_t removed, const std::vector<Block>& inserted) {
+        reported += inserted.size();
+        const auto& blocks = state.document().stories.front().blocks;
+        const auto at = blocks.begin() + static_cast<std::ptrdiff_t>(first);
+        edits.push_back({first, {at, at + static_cast<std::ptrdiff_t>(removed)}, inserted});
+        state.replaceBlocks(storyID, first, removed, inserted);
+      });
 
   std::vector<double> open, complete, early;
   for (int i = 0; i < options.opens; ++i) {
@@ -150,6 +161,7 @@ int run(const Options& options) {
   if (editor.blocks() != imported.blocks) {
     throw std::runtime_error("the editor does not show the book as imported");
   }
+  edits.clear();
 
   putCaretInTheMiddle(editor);
   std::vector<double> keys, enters, backspaces;
@@ -162,6 +174,19 @@ int run(const Options& options) {
   if (reported == 0 || editor.blocks().size() != imported.blocks.size() ||
       editor.blocks() != state.document().stories.front().blocks) {
     throw std::runtime_error("the keystrokes were not reported as edits");
+  }
+  std::vector<double> undos;
+  for (; !edits.empty(); edits.pop_back()) {
+    const Edit& edit = edits.back();
+    undos.push_back(timedMs([&] {
+      state.replaceBlocks(storyID, edit.first, edit.inserted.size(), edit.removed);
+      editor.applyEdit(edit.first, edit.inserted.size(), edit.removed);
+      QCoreApplication::processEvents();
+    }));
+  }
+  if (editor.blocks() != imported.blocks ||
+      state.document().stories.front().blocks != imported.blocks) {
+    throw std::runtime_error("undoing every edit did not give the book back");
   }
 
   // For scale: the same keystroke where Qt's own layout places every block.
@@ -196,6 +221,7 @@ int run(const Options& options) {
   printRow("keystroke in the middle, mapped and painted", keys, goal);
   printRow("Enter there", enters);
   printRow("Backspace joining the paragraphs again", backspaces);
+  printRow("undo of one of these edits (applyEdit)", undos);
   printRow("keystroke in a QTextEdit with Qt's layout", plainKeys);
   std::printf("\n  opens: %d; keystrokes: %d, of which the goal takes the median\n", options.opens,
               options.keys);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "app/link_status.h"
+#include "app/use_mine.h"
 #include "importers/docx_error.h"
 #include "model/document_file.h"
 
@@ -267,6 +268,19 @@ void AppState::dismissNote(const Uuid& storyID, const Uuid& noteID) {
   notes.erase(found);
 }
 
+void AppState::useMine(const Uuid& storyID, const Uuid& noteID) {
+  Story* story = findStory(storyID);
+  if (story == nullptr) return;
+  // Checked first, so that the observer still sees the story as it was.
+  if (auto refusal = useMineRefusal(*story, noteID)) {
+    failWith(std::move(*refusal));
+    return;
+  }
+  changeDocument();
+  inkharbour::useMine(*story, noteID);
+  bumpReloadToken();
+}
+
 void AppState::updateTable(const Uuid& storyID, const Uuid& blockID, Table newTable) {
   Story* story = findStory(storyID);
   if (story == nullptr) return;
@@ -278,6 +292,84 @@ void AppState::updateTable(const Uuid& storyID, const Uuid& blockID, Table newTa
     bumpReloadToken();
     return;
   }
+}
+
+std::vector<Uuid> AppState::storyIDs() const {
+  std::vector<Uuid> ids;
+  ids.reserve(document_.stories.size());
+  for (const auto& story : document_.stories) ids.push_back(story.id);
+  return ids;
+}
+
+std::vector<AppState::StorySlot> AppState::snapshot(const std::vector<Uuid>& storyIDs) const {
+  std::vector<StorySlot> slots;
+  for (const auto& id : storyIDs) {
+    StorySlot slot{.id = id};
+    for (std::size_t i = 0; i < document_.stories.size(); ++i) {
+      if (document_.stories[i].id != id) continue;
+      slot.index = i;
+      slot.story = document_.stories[i];
+      if (const auto status = linkStatuses_.find(id); status != linkStatuses_.end()) {
+        slot.status = status->second;
+      }
+      break;
+    }
+    slots.push_back(std::move(slot));
+  }
+  return slots;
+}
+
+void AppState::restore(const std::vector<StorySlot>& slots) {
+  auto& stories = document_.stories;
+  changeDocument();
+  // Removals first, then insertions from the front, so that each story
+  // lands at the index it had.
+  for (const auto& slot : slots) {
+    if (slot.story) continue;
+    std::erase_if(stories, [&](const Story& story) { return story.id == slot.id; });
+    statusCache_->forget(slot.id);
+    removeStatus(slot.id);
+  }
+  std::vector<const StorySlot*> present;
+  for (const auto& slot : slots) {
+    if (slot.story) present.push_back(&slot);
+  }
+  std::sort(present.begin(), present.end(),
+            [](const StorySlot* a, const StorySlot* b) { return a->index < b->index; });
+  for (const StorySlot* slot : present) {
+    Story* existing = findStory(slot->id);
+    if (existing != nullptr) {
+      *existing = *slot->story;
+    } else {
+      const std::size_t at = std::min(slot->index, stories.size());
+      stories.insert(stories.begin() + static_cast<std::ptrdiff_t>(at), *slot->story);
+    }
+    // The cache's digests may belong to the base snapshot undone: read anew.
+    statusCache_->forget(slot->id);
+    if (slot->story->link && slot->status) {
+      setStatus(slot->id, *slot->status);
+    } else {
+      removeStatus(slot->id);
+    }
+  }
+  if (!selectedStoryIndex()) {
+    std::optional<Uuid> next;
+    if (!present.empty()) {
+      next = present.front()->id;
+    } else if (!stories.empty()) {
+      next = stories.front().id;
+    }
+    selectStory(next);
+  }
+  bumpReloadToken();
+}
+
+void AppState::setStyleMap(StyleMap styleMap) {
+  if (document_.styleMap == styleMap) return;
+  changeDocument();
+  document_.styleMap = std::move(styleMap);
+  // Statuses read with the old map may differ under the new one.
+  statusCache_->clear();
 }
 
 void AppState::newDocument() {

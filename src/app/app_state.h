@@ -153,6 +153,10 @@ class AppState {
   void unlink(const Uuid& storyID);
   // Removes one Story Note.
   void dismissNote(const Uuid& storyID, const Uuid& noteID);
+  // "Use mine": the note's local text takes the place of the external text
+  // that won, and the note goes. When that place has changed since the
+  // merge, nothing changes and lastError() says why.
+  void useMine(const Uuid& storyID, const Uuid& noteID);
   // Replaces the table of a table block (the table editor's result).
   void updateTable(const Uuid& storyID, const Uuid& blockID, Table newTable);
   // Replaces the document with an empty one: no stories, no statuses, nothing
@@ -163,6 +167,31 @@ class AppState {
   void openDocument(const std::filesystem::path& path);
   // Writes the document to the file, replacing it atomically.
   void saveDocument(const std::filesystem::path& path);
+
+  // --- Snapshots, for undo ----------------------------------------------------
+
+  // One story as it stood at a moment: its place in the document and its
+  // whole value with the status its link had, or no story when it was not in
+  // the document.
+  struct StorySlot {
+    Uuid id;
+    std::size_t index = 0;
+    std::optional<Story> story;
+    std::optional<LinkStatus> status;
+
+    bool operator==(const StorySlot&) const = default;
+  };
+  // The ids of the stories, in document order.
+  std::vector<Uuid> storyIDs() const;
+  // The given stories as they stand now.
+  std::vector<StorySlot> snapshot(const std::vector<Uuid>& storyIDs) const;
+  // Puts the stories back as the slots hold them: replaced, inserted again
+  // at their place, or removed. A restored story gets its recorded status
+  // back until the next poll reads its file again, and is selected when
+  // nothing that exists is; the editor reloads.
+  void restore(const std::vector<StorySlot>& slots);
+  // Replaces the custom Word style map (the style mapping sheet's result).
+  void setStyleMap(StyleMap styleMap);
 
   // --- Link workflows --------------------------------------------------------
 

@@ -238,7 +238,7 @@ void mend(QTextDocument& document, int first, int last) {
   QTextCursor cursor(&document);
   bool open = false;
   const auto edit = [&] {
-    if (!open) cursor.joinPreviousEditBlock();
+    if (!open) cursor.beginEditBlock();
     open = true;
   };
   int lo = std::max(0, first - 1);

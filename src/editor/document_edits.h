@@ -3,8 +3,8 @@
 // block, every block with a style and an id of its own.
 //
 // The editing functions work through a cursor, inside whatever edit block the
-// caller holds open (so a key's own edit and these make one undo step), and
-// return the position where the caret belongs afterwards.
+// caller holds open (so a key's own edit and these make one change of the
+// document), and return the position where the caret belongs afterwards.
 #pragma once
 
 #include <QtGlobal>
@@ -55,7 +55,7 @@ void claimEmptyStory(QTextCursor& cursor);
 // means (typing, cut, drop): objects that share a block with text get
 // blocks of their own, blocks without a style become "Body" paragraphs (or
 // go, when empty), and repeated or missing ids are replaced; after a split at
-// a paragraph's very start the text keeps its id. Joins the last undo step.
+// a paragraph's very start the text keeps its id. One edit block.
 void mend(QTextDocument& document, int first, int last);
 
 // Words in the block's characters [from, to): stretches between white space

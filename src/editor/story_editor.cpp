@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QClipboard>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QMimeData>
 #include <QScrollBar>
 #include <QTextBlock>
@@ -10,6 +11,7 @@
 #include <QTextDocument>
 
 #include <algorithm>
+#include <utility>
 
 #include "editor/document_edits.h"
 #include "editor/flow_layout.h"
@@ -85,7 +87,40 @@ QTextCharFormat withoutMark(QTextCharFormat format) {
   return format;
 }
 
+// Undo and Redo belong to the window: their keys pass the editor by.
+bool isUndoOrRedo(const QKeyEvent* event) {
+  const auto modifiers = event->modifiers() & ~Qt::KeypadModifier;
+  return event->matches(QKeySequence::Undo) || event->matches(QKeySequence::Redo) ||
+         (event->key() == Qt::Key_Y && modifiers == Qt::ControlModifier) ||
+         (event->key() == Qt::Key_Z && modifiers == (Qt::ControlModifier | Qt::ShiftModifier));
+}
+
+// The events whose handling may make several edits, which are one user
+// action: a key, a drag (started on a mouse move, and ended by the drop
+// and the removal of what was moved) or a drop.
+bool mayEdit(QEvent::Type type) {
+  return type == QEvent::KeyPress || type == QEvent::InputMethod || type == QEvent::MouseMove ||
+         type == QEvent::Drop;
+}
+
 }  // namespace
+
+// One user action, for as long as its handler runs: the edits reported
+// meanwhile are followed by one editFinished when the outermost handler
+// returns. Edits outside any (Qt's own cut(), the context menu's Delete)
+// are actions by themselves.
+class StoryEditor::UserAction {
+ public:
+  explicit UserAction(StoryEditor& editor) : editor_(editor) { ++editor_.actionDepth_; }
+  ~UserAction() {
+    if (--editor_.actionDepth_ == 0) editor_.finishAction();
+  }
+  UserAction(const UserAction&) = delete;
+  UserAction& operator=(const UserAction&) = delete;
+
+ private:
+  StoryEditor& editor_;
+};
 
 StoryEditor::StoryEditor(QWidget* parent) : QTextEdit(parent) {
   QFont font = this->font();
@@ -161,6 +196,9 @@ void StoryEditor::clearStory() {
 }
 
 void StoryEditor::attach(QTextDocument* document) {
+  // The window's undo takes in every edit; a history here would go stale
+  // with each new document.
+  document->setUndoRedoEnabled(false);
   pending_.reset();
   setExtraSelections({});
   // The text control deletes only the document it made itself; the ones
@@ -170,11 +208,8 @@ void StoryEditor::attach(QTextDocument* document) {
   setDocument(document);
   if (ours) old->deleteLater();
   documentBlocks_ = document->blockCount();
-  redoSteps_ = 0;
-  newCommand_ = false;
   connect(document, &QTextDocument::contentsChange, this, &StoryEditor::onContentsChange);
   connect(document, &QTextDocument::contentsChanged, this, &StoryEditor::settle);
-  connect(document, &QTextDocument::undoCommandAdded, this, [this] { newCommand_ = true; });
   FlowLayout* layout = flow();
   layout->setViewTop(verticalScrollBar()->value());
   connect(layout, &FlowLayout::anchorShifted, this, [this](qreal delta) {
@@ -220,17 +255,9 @@ void StoryEditor::onContentsChange(int position, int removed, int added) {
 }
 
 void StoryEditor::settle() {
-  if (settling_ || !pending_) return;
+  if (settling_ || applying_ || !pending_) return;
   settling_ = true;
-  QTextDocument* document = this->document();
-  // Undo and redo bring back states that were whole; only a new edit may
-  // need mending (and must not be mended during an undo, which would cut
-  // off the redo history).
-  const int redo = document->availableRedoSteps();
-  const bool undoOrRedo = !newCommand_ && redo != redoSteps_;
-  if (!undoOrRedo) Edits::mend(*document, pending_->first, pending_->first + pending_->count - 1);
-  newCommand_ = false;
-  redoSteps_ = document->availableRedoSteps();
+  Edits::mend(*document(), pending_->first, pending_->first + pending_->count - 1);
   report();
   settling_ = false;
 }
@@ -274,8 +301,70 @@ void StoryEditor::report() {
   if (emptyNow) countWords(document->firstBlock());
   modelCount_ = emptyNow ? 0 : document->blockCount();
   if (!same) {
+    ++actionEdits_;
+    oneParagraph_ = oneParagraph_ && removed == 1 && count == 1 &&
+                    std::holds_alternative<Paragraph>(inserted.front().kind);
     emit blocksEdited(static_cast<std::size_t>(first), static_cast<std::size_t>(removed), inserted);
   }
+  if (*words_ != wordsBefore) emit wordCountChanged();
+  if (!highlightText_.isEmpty()) highlightTimer_.start();
+  emit formatChanged();
+  if (actionDepth_ == 0) finishAction();
+}
+
+void StoryEditor::finishAction() {
+  const int edits = std::exchange(actionEdits_, 0);
+  const bool typing = std::exchange(typingKey_, false) && edits == 1 && oneParagraph_;
+  oneParagraph_ = true;
+  if (edits > 0) emit editFinished(typing ? EditKind::typing : EditKind::other);
+}
+
+void StoryEditor::applyEdit(std::size_t first, std::size_t removed,
+                            const std::vector<Block>& inserted) {
+  const auto model = static_cast<std::size_t>(modelCount_);
+  if (isReadOnly() || first > model || removed > model - first) return;
+  if (removed == 0 && inserted.empty()) return;
+  QTextDocument* document = this->document();
+  const qint64 wordsBefore = *words_;
+  const int at = static_cast<int>(first);
+  auto blocks = static_cast<int>(inserted.size());  // written, from block `at` on
+  QTextCursor cursor(document);
+  applying_ = true;
+  cursor.beginEditBlock();
+  int caret = 0;
+  if (modelCount_ == 0) {
+    caret = TB::replaceBlocks(cursor, 0, 1, inserted);  // the empty story's block
+  } else if (removed > 0) {
+    caret = TB::replaceBlocks(cursor, at, static_cast<int>(removed), inserted);
+  } else if (at > 0) {
+    const QTextBlock before = document->findBlockByNumber(at - 1);
+    cursor.setPosition(before.position() + before.length() - 1);
+    cursor.insertBlock(QTextBlockFormat(), QTextCharFormat());
+    caret = TB::writeBlocks(cursor, inserted);
+  } else {
+    // Blocks split off in front of the first would leave its memo behind:
+    // the first block is written again after the new ones.
+    std::vector<Block> written = inserted;
+    written.push_back(TB::readBlock(document->firstBlock()));
+    TB::replaceBlocks(cursor, 0, 1, written);
+    const QTextBlock last = document->findBlockByNumber(blocks - 1);
+    caret = last.position() + last.length() - 1;
+    ++blocks;
+  }
+  cursor.endEditBlock();
+  applying_ = false;
+  pending_.reset();
+  modelCount_ += static_cast<int>(inserted.size()) - static_cast<int>(removed);
+  QTextBlock block = document->findBlockByNumber(at);
+  for (int i = 0; i < blocks && block.isValid(); ++i, block = block.next()) {
+    countWords(block);
+    auto* memo = static_cast<TB::BlockMemo*>(block.userData());
+    memo->last = memo->original;
+  }
+  if (modelCount_ == 0) countWords(document->firstBlock());
+  cursor.setPosition(std::min(caret, document->characterCount() - 1));
+  setTextCursor(cursor);
+  ensureCursorVisible();
   if (*words_ != wordsBefore) emit wordCountChanged();
   if (!highlightText_.isEmpty()) highlightTimer_.start();
   emit formatChanged();
@@ -344,7 +433,46 @@ void StoryEditor::cleanTypingFormat() {
 
 // --- Events ----------------------------------------------------------------------
 
+bool StoryEditor::event(QEvent* event) {
+  if (event->type() == QEvent::ShortcutOverride && isUndoOrRedo(static_cast<QKeyEvent*>(event))) {
+    event->ignore();  // so that the window's shortcut takes the key
+    return false;
+  }
+  if (!mayEdit(event->type())) return QTextEdit::event(event);
+  const UserAction action(*this);
+  return QTextEdit::event(event);
+}
+
+bool StoryEditor::viewportEvent(QEvent* event) {
+  if (!mayEdit(event->type())) return QTextEdit::viewportEvent(event);
+  const UserAction action(*this);
+  return QTextEdit::viewportEvent(event);
+}
+
+// Qt's menu, with Undo and Redo asking the window instead of the document.
+void StoryEditor::contextMenuEvent(QContextMenuEvent* event) {
+  const QPoint scroll(horizontalScrollBar()->value(), verticalScrollBar()->value());
+  QMenu* menu = createStandardContextMenu(event->pos() + scroll);
+  for (QAction* own : menu->actions()) {
+    const bool undo = own->objectName() == QLatin1String("edit-undo");
+    if (!undo && own->objectName() != QLatin1String("edit-redo")) continue;
+    auto* action = new QAction(own->icon(), own->text(), menu);
+    action->setObjectName(own->objectName());
+    action->setEnabled(!isReadOnly() && (undo ? canUndo_ : canRedo_));
+    connect(action, &QAction::triggered, this,
+            undo ? &StoryEditor::undoRequested : &StoryEditor::redoRequested);
+    menu->insertAction(own, action);
+    delete own;
+  }
+  menu->setAttribute(Qt::WA_DeleteOnClose);
+  menu->popup(event->globalPos());
+}
+
 void StoryEditor::keyPressEvent(QKeyEvent* event) {
+  if (isUndoOrRedo(event)) {
+    event->ignore();
+    return;
+  }
   if (isReadOnly()) {
     QTextEdit::keyPressEvent(event);
     return;
@@ -368,6 +496,7 @@ void StoryEditor::keyPressEvent(QKeyEvent* event) {
     }
     const bool backward = key == Qt::Key_Backspace || event == QKeySequence::DeleteStartOfWord;
     if (erase && !cursor.hasSelection() && deleteNextToAtomic(backward)) return;
+    typingKey_ = erase && !wordErase && !cursor.hasSelection();
     QTextEdit::keyPressEvent(event);
     return;
   }
@@ -387,11 +516,12 @@ void StoryEditor::keyPressEvent(QKeyEvent* event) {
   const bool emptyStory = TB::isEmptyStory(*document());
   if (!atomicSelection && !emptyStory && !TB::isAtomic(cursor.block())) {
     cleanTypingFormat();
+    typingKey_ = !cursor.hasSelection();
     QTextEdit::keyPressEvent(event);
     return;
   }
   // At a table or picture the text goes into a paragraph beside it, and the
-  // empty story's block becomes a paragraph, all in one undo step with the
+  // empty story's block becomes a paragraph, all in one change with the
   // key's own edit.
   cursor.beginEditBlock();
   Edits::claimEmptyStory(cursor);
@@ -417,7 +547,7 @@ void StoryEditor::splitParagraph() {
   if (TB::isAtomic(cursor.block())) {
     cursor.setPosition(Edits::openParagraphBeside(cursor));
   } else {
-    // The new half copies the format, id included; repair() gives it its own.
+    // The new half copies the format, id included; mend() gives it its own.
     cursor.insertBlock(cursor.blockFormat(), withoutMark(cursor.charFormat()));
   }
   cursor.endEditBlock();
@@ -431,6 +561,7 @@ void StoryEditor::inputMethodEvent(QInputMethodEvent* event) {
     return;
   }
   QTextCursor cursor = textCursor();
+  typingKey_ = !cursor.hasSelection();
   cursor.beginEditBlock();
   Edits::claimEmptyStory(cursor);
   if (cursor.hasSelection() && Edits::touchesAtomic(cursor))
@@ -478,6 +609,7 @@ bool StoryEditor::canInsertFromMimeData(const QMimeData* source) const {
 }
 
 void StoryEditor::insertFromMimeData(const QMimeData* source) {
+  const UserAction action(*this);
   if (source) pasteBlocks(PasteFilter::read(*source));
 }
 
@@ -488,6 +620,7 @@ QMimeData* StoryEditor::createMimeDataFromSelection() const {
 void StoryEditor::pastePlainText() {
   const QMimeData* data = QGuiApplication::clipboard()->mimeData();
   if (!data || !data->hasText()) return;
+  const UserAction action(*this);
   TextRun format = TB::runFormat(typingFormat());
   format.footnoteID.reset();
   const QString style =
@@ -507,6 +640,7 @@ void StoryEditor::setCharacterFormat(CharacterFormat format, bool on) {
     emit formatChanged();
     return;
   }
+  const UserAction action(*this);
   const int start = cursor.selectionStart();
   const int end = cursor.selectionEnd();
   cursor.beginEditBlock();
@@ -549,6 +683,7 @@ bool StoryEditor::hasCharacterFormat(CharacterFormat format) const {
 
 void StoryEditor::setParagraphStyle(const QString& styleName) {
   if (isReadOnly()) return;
+  const UserAction action(*this);
   QTextCursor cursor = textCursor();
   const QTextBlock last = document()->findBlock(cursor.selectionEnd());
   cursor.beginEditBlock();

@@ -1,18 +1,22 @@
 // StoryEditor: the rich text editor of one story, embedded by the main window.
 //
 // It shows the story's blocks through TextBridge (one QTextBlock per model
-// block) and reports every user edit (typing, formatting, paste, undo, redo)
+// block) and reports every user edit (typing, formatting, paste, cut, drop)
 // as the stretch of model blocks it replaced, mapping back only the blocks
-// the edit touched. Ids follow the text: a block keeps its id through edits,
-// the new half of a split paragraph gets a fresh one, a join keeps the first
-// block's id, and an undone deletion gives the ids back.
+// the edit touched; editFinished closes the edits of one user action. Ids
+// follow the text: a block keeps its id through edits, the new half of a
+// split paragraph gets a fresh one, and a join keeps the first block's id.
+//
+// The editor keeps no undo history: the document's own is off, and Undo and
+// Redo (their keys and the context menu's entries) are the window's, which
+// shows the blocks it brings back through applyEdit.
 //
 // Tables and pictures are atomic. Typing, Enter or a paste at one goes into a
 // new paragraph beside it; Backspace or Delete next to one first selects it,
 // and a second press (or any deletion of a selection that holds it) removes
 // it whole. After every edit each table or picture is alone in its block.
 //
-// Search highlights and word counts never touch the document or its undo.
+// Search highlights and word counts never touch the document.
 #pragma once
 
 #include <QString>
@@ -49,13 +53,21 @@ class StoryEditor : public QTextEdit {
     subscript
   };
 
+  // What a user action was, so that the window can merge consecutive typing
+  // into one undo step. `typing`: characters typed, or one erased by
+  // Backspace or Delete, within one paragraph (a line break typed with
+  // Shift+Enter included). `other`: everything else (Enter, joins, paste,
+  // cut, drops, formatting, anything at a table or picture).
+  enum class EditKind { typing, other };
+  Q_ENUM(EditKind)
+
   explicit StoryEditor(QWidget* parent = nullptr);
   ~StoryEditor() override;
 
-  // Shows the blocks, editable, with an empty undo history. With
-  // `keepPosition` the caret stays in the block of the same id (else the same
-  // number) and the view keeps its scroll position, as after a reload of the
-  // same story; otherwise the caret goes to the start.
+  // Shows the blocks, editable. With `keepPosition` the caret stays in the
+  // block of the same id (else the same number) and the view keeps its scroll
+  // position, as after a reload of the same story; otherwise the caret goes
+  // to the start.
   void setStory(const std::vector<Block>& blocks, bool keepPosition);
   // Nothing to edit: empty and read-only.
   void clearStory();
@@ -63,13 +75,22 @@ class StoryEditor : public QTextEdit {
   // The model of what the editor shows now.
   std::vector<Block> blocks() const;
 
-  // Turns a character format on or off for the selection (one undo step,
+  // Shows model blocks [first, first + removed) replaced by `inserted`, as
+  // the window's undo and redo of an edit do: no blocksEdited, and the
+  // blocks read back as exactly `inserted`, ids included. The caret goes to
+  // the end of the last inserted block (with none, to the start of the block
+  // after the range) and is scrolled into view. Costs in proportion to the
+  // edit, not the story. Nothing happens without a story or when the range
+  // lies beyond it.
+  void applyEdit(std::size_t first, std::size_t removed, const std::vector<Block>& inserted);
+
+  // Turns a character format on or off for the selection (one user action,
   // tables and pictures left alone) or, with none, for the text typed next.
   // Superscript and subscript exclude each other.
   void setCharacterFormat(CharacterFormat format, bool on);
   // Whether the format applies at the caret (to the text typed next).
   bool hasCharacterFormat(CharacterFormat format) const;
-  // Gives every paragraph the selection touches this style (one undo step).
+  // Gives every paragraph the selection touches this style (one action).
   void setParagraphStyle(const QString& styleName);
   // The caret's paragraph style; empty at a table or picture.
   QString paragraphStyle() const;
@@ -94,14 +115,26 @@ class StoryEditor : public QTextEdit {
   // view; nothing when no block has it.
   void scrollToBlock(const Uuid& blockID);
 
-  // Pastes the clipboard's text without its formatting (one undo step).
+  // Pastes the clipboard's text without its formatting (one action).
   void pastePlainText();
+
+ public slots:
+  // Enable the context menu's Undo and Redo (both off at first), which ask
+  // for them through undoRequested and redoRequested.
+  void setCanUndo(bool can) { canUndo_ = can; }
+  void setCanRedo(bool can) { canRedo_ = can; }
 
  signals:
   // After a user edit: model blocks [first, first + removed) were replaced by
-  // `inserted`.
+  // `inserted`. A user action may report several edits, which apply in order.
   void blocksEdited(std::size_t first, std::size_t removed,
                     const std::vector<inkharbour::Block>& inserted);
+  // Once after the last blocksEdited of a user action, before the action
+  // returns; never for an action that edited nothing.
+  void editFinished(inkharbour::StoryEditor::EditKind kind);
+  // The context menu's Undo or Redo was chosen.
+  void undoRequested();
+  void redoRequested();
   // The formats or paragraph style at the caret may have changed.
   void formatChanged();
   void wordCountChanged();
@@ -109,6 +142,9 @@ class StoryEditor : public QTextEdit {
   void tableActivated(const inkharbour::Uuid& blockID);
 
  protected:
+  bool event(QEvent* event) override;
+  bool viewportEvent(QEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
   void keyPressEvent(QKeyEvent* event) override;
   void inputMethodEvent(QInputMethodEvent* event) override;
   void mouseDoubleClickEvent(QMouseEvent* event) override;
@@ -127,10 +163,13 @@ class StoryEditor : public QTextEdit {
     int count = 0;
   };
 
+  class UserAction;
+
   void attach(QTextDocument* document);
   void onContentsChange(int position, int removed, int added);
   void settle();
   void report();
+  void finishAction();
   void countWords(const QTextBlock& block);
   FlowLayout* flow() const;
 
@@ -148,8 +187,15 @@ class StoryEditor : public QTextEdit {
   int documentBlocks_ = 0;  // document blocks as of the last contentsChange
   std::optional<Pending> pending_;
   bool settling_ = false;
-  bool newCommand_ = false;
-  int redoSteps_ = 0;
+  bool applying_ = false;  // applyEdit at work: nothing to mend or report
+
+  // The user action at hand: handlers nest, and the outermost one ends it.
+  int actionDepth_ = 0;
+  int actionEdits_ = 0;       // blocksEdited so far
+  bool typingKey_ = false;    // a key that types or erases one character
+  bool oneParagraph_ = true;  // every edit replaced one paragraph by one
+  bool canUndo_ = false;
+  bool canRedo_ = false;
 
   QString highlightText_;
   bool highlightCase_ = false;

@@ -1,5 +1,7 @@
 #include "importers/docx_reader.h"
 
+#include <algorithm>
+
 #include "importers/docx_body.h"
 #include "importers/docx_error.h"
 #include "importers/package.h"
@@ -29,8 +31,13 @@ class StylesParser final : public XmlHandler {
     if (name == "style") {
       const auto id = attributes.get("w:styleId", "styleId");
       currentID = id ? std::optional<std::string>(*id) : std::nullopt;
+      const auto type = attributes.get("w:type", "type");
+      paragraphStyle = !type || *type == "paragraph";
     } else if (name == "name" && currentID) {
-      if (const auto value = attributes.get("w:val", "val")) map[*currentID] = std::string(*value);
+      if (const auto value = attributes.get("w:val", "val")) {
+        map[*currentID] = std::string(*value);
+        if (paragraphStyle) paragraphNames.emplace_back(*value);
+      }
     }
   }
   void endElement(std::string_view name) override {
@@ -39,7 +46,9 @@ class StylesParser final : public XmlHandler {
   void characters(std::string_view) override {}
 
   StyleNames map;
+  std::vector<std::string> paragraphNames;
   std::optional<std::string> currentID;
+  bool paragraphStyle = false;
 };
 
 class RelationshipsParser final : public XmlHandler {
@@ -130,6 +139,18 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
 }  // namespace
 
 namespace DocxReader {
+
+std::vector<std::string> paragraphStyleNames(const std::filesystem::path& path) {
+  try {
+    Package package(path, ImportLimits{});
+    auto names = parseOptional(package, "word/styles.xml", StylesParser{}).paragraphNames;
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+  } catch (const std::exception&) {
+    return {};
+  }
+}
 
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
                   const ImportLimits& limits) {

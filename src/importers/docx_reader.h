@@ -34,6 +34,10 @@ ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
 ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
                     const ImportLimits& limits = {});
 
+// The names of the paragraph styles a Word package declares, sorted, each
+// once; empty when it declares none or cannot be read.
+std::vector<std::string> paragraphStyleNames(const std::filesystem::path& path);
+
 // "docx" is word, "xlsx" excel, anything else (no extension included) text.
 LinkKind linkKind(const std::filesystem::path& path);
 

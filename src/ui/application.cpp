@@ -38,7 +38,11 @@ int runApplication(int argc, char** argv) {
     }
   }
   window.show();
-  if (!document.isEmpty()) window.openDocumentFile(document);
+  if (!document.isEmpty()) {
+    window.openDocumentFile(document);
+  } else {
+    window.offerUntitledRecovery();
+  }
   if (!files.isEmpty()) window.placeFiles(files);
   return QApplication::exec();
 }

@@ -4,6 +4,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "ui/style_map_sheet.h"
 #include "ui/table_editor.h"
 
 namespace inkharbour {
@@ -61,10 +62,31 @@ bool QtDialogs::confirm(QWidget* parent, const QString& title, const QString& te
   return box.clickedButton() == yes;
 }
 
+int QtDialogs::choose(QWidget* parent, const QString& title, const QString& text,
+                      const QStringList& answers) {
+  QMessageBox box(parent);
+  box.setIcon(QMessageBox::Warning);
+  box.setWindowTitle(title);
+  box.setText(text);
+  QList<QAbstractButton*> buttons;
+  for (const QString& answer : answers) buttons << box.addButton(answer, QMessageBox::AcceptRole);
+  box.addButton(QMessageBox::Cancel);
+  box.setDefaultButton(QMessageBox::Cancel);
+  box.exec();
+  return static_cast<int>(buttons.indexOf(box.clickedButton()));
+}
+
 std::optional<Table> QtDialogs::editTable(QWidget* parent, const Table& table) {
   TableEditor editor(table, parent);
   if (editor.exec() != QDialog::Accepted) return std::nullopt;
   return editor.result();
+}
+
+std::optional<StyleMap> QtDialogs::editStyleMap(QWidget* parent, const StyleMap& styleMap,
+                                                const QStringList& wordStyles) {
+  StyleMapSheet sheet(styleMap, wordStyles, parent);
+  if (sheet.exec() != QDialog::Accepted) return std::nullopt;
+  return sheet.result();
 }
 
 namespace FileTypes {

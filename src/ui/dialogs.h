@@ -35,8 +35,16 @@ class Dialogs {
   // A question whose yes-button reads `action`; true when the user agreed.
   virtual bool confirm(QWidget* parent, const QString& title, const QString& text,
                        const QString& action) = 0;
+  // A question with several answers, shown as buttons in this order; the
+  // index of the one chosen, or -1 when the author cancelled.
+  virtual int choose(QWidget* parent, const QString& title, const QString& text,
+                     const QStringList& answers) = 0;
   // The table editor; the edited table, or none when the author cancelled.
   virtual std::optional<Table> editTable(QWidget* parent, const Table& table) = 0;
+  // The style mapping sheet, offering `wordStyles` as names to pick; the
+  // edited map, or none when the author cancelled.
+  virtual std::optional<StyleMap> editStyleMap(QWidget* parent, const StyleMap& styleMap,
+                                               const QStringList& wordStyles) = 0;
 };
 
 // The real panels and message boxes.
@@ -46,7 +54,11 @@ class QtDialogs : public Dialogs {
   SaveChoice askToSave(QWidget* parent, const QString& documentName) override;
   bool confirm(QWidget* parent, const QString& title, const QString& text,
                const QString& action) override;
+  int choose(QWidget* parent, const QString& title, const QString& text,
+             const QStringList& answers) override;
   std::optional<Table> editTable(QWidget* parent, const Table& table) override;
+  std::optional<StyleMap> editStyleMap(QWidget* parent, const StyleMap& styleMap,
+                                       const QStringList& wordStyles) override;
 };
 
 // The panels' file types.

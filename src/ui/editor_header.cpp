@@ -9,6 +9,7 @@
 
 #include "app/app_state.h"
 #include "ui/icons.h"
+#include "ui/merge_forecaster.h"
 
 namespace inkharbour {
 
@@ -24,15 +25,17 @@ QToolButton* actionButton(QAction* action, QWidget* parent) {
 }  // namespace
 
 EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEdits,
-                           QWidget* parent)
+                           QAction* review, QWidget* parent)
     : QWidget(parent),
       state_(state),
       name_(new QLabel(this)),
       path_(new QLabel(this)),
       statusIcon_(new QLabel(this)),
       status_(new QLabel(this)),
+      forecast_(new QLabel(this)),
       update_(actionButton(updateLink, this)),
-      push_(actionButton(pushEdits, this)) {
+      push_(actionButton(pushEdits, this)),
+      review_(actionButton(review, this)) {
   QFont nameFont = name_->font();
   nameFont.setPointSizeF(nameFont.pointSizeF() * 1.35);
   nameFont.setBold(true);
@@ -43,6 +46,11 @@ EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEd
   path_->setForegroundRole(QPalette::PlaceholderText);
   path_->setMinimumWidth(40);
   path_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+  QFont forecastFont = forecast_->font();
+  forecastFont.setPointSizeF(forecastFont.pointSizeF() * 0.9);
+  forecast_->setFont(forecastFont);
+  forecast_->setTextFormat(Qt::PlainText);
+  forecast_->setForegroundRole(QPalette::PlaceholderText);
   auto* text = new QVBoxLayout;
   text->setSpacing(1);
   text->addWidget(name_);
@@ -52,9 +60,16 @@ EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEd
   layout->addLayout(text, 1);
   layout->addWidget(statusIcon_);
   layout->addWidget(status_);
+  layout->addWidget(forecast_);
   layout->addSpacing(8);
+  layout->addWidget(review_);
   layout->addWidget(update_);
   layout->addWidget(push_);
+  name_->setAccessibleName(tr("Story name"));
+  path_->setAccessibleName(tr("Linked file"));
+  statusIcon_->setAccessibleName(tr("Link status"));
+  status_->setAccessibleName(tr("Link status"));
+  forecast_->setAccessibleName(tr("Update Link forecast"));
   setAutoFillBackground(true);
   setBackgroundRole(QPalette::AlternateBase);
 }
@@ -82,8 +97,13 @@ void EditorHeader::refresh() {
     status_->setText(story.link ? tr("Checking…") : QString());
   }
   statusIcon_->setVisible(hasStatus);
+  const auto forecast = forecaster_ != nullptr ? forecaster_->forecast(story.id) : std::nullopt;
+  forecast_->setText(forecast.value_or(QString()));
+  forecast_->setToolTip(forecast ? tr("What Update Link would do now") : QString());
+  forecast_->setVisible(forecast.has_value());
   update_->setVisible(hasStatus && found->second == LinkStatus::modified);
   push_->setVisible(story.link && story.link->kind == LinkKind::word);
+  review_->setVisible(!story.lastMergeReport.empty());
 }
 
 void EditorHeader::resizeEvent(QResizeEvent* event) {

@@ -1,6 +1,8 @@
 // The strip above the story editor: the story's name, its linked file and
-// the link's status (icon and word), with buttons for what applies now:
-// Update Link while the file is modified, Push Edits for a Word link.
+// the link's status (icon and word, then a modified link's merge forecast,
+// small and grey), with buttons for what applies now:
+// Update Link while the file is modified, Push Edits for a Word link, and
+// the change review once a merge has left a report.
 #pragma once
 
 #include <QWidget>
@@ -12,15 +14,18 @@ class QToolButton;
 namespace inkharbour {
 
 class AppState;
+class MergeForecaster;
 
 class EditorHeader : public QWidget {
   Q_OBJECT
 
  public:
-  EditorHeader(AppState& state, QAction* updateLink, QAction* pushEdits,
+  EditorHeader(AppState& state, QAction* updateLink, QAction* pushEdits, QAction* review,
                QWidget* parent = nullptr);
 
   void refresh();
+  // Shows the forecaster's forecasts from the next refresh on; none shows none.
+  void setForecaster(const MergeForecaster* forecaster) { forecaster_ = forecaster; }
 
  private:
   void resizeEvent(QResizeEvent* event) override;
@@ -31,9 +36,12 @@ class EditorHeader : public QWidget {
   QLabel* path_;
   QLabel* statusIcon_;
   QLabel* status_;
+  QLabel* forecast_;
   QToolButton* update_;
   QToolButton* push_;
+  QToolButton* review_;
   QString fullPath_;
+  const MergeForecaster* forecaster_ = nullptr;
 };
 
 }  // namespace inkharbour

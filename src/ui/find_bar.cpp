@@ -64,6 +64,13 @@ void FindBar::open() {
   updateHighlight();
 }
 
+void FindBar::showFor(const QString& text, bool caseSensitive) {
+  field_->setText(text);
+  matchCase_->setChecked(caseSensitive);
+  show();
+  updateHighlight();
+}
+
 void FindBar::close() {
   hide();
   editor_.highlight(QString(), false);

@@ -28,6 +28,8 @@ class FindBar : public QWidget {
   void findPrevious();
   // Highlights the hits again (after the story changed).
   void updateHighlight();
+  // Shows the bar looking for `text`, with its hits highlighted.
+  void showFor(const QString& text, bool caseSensitive);
 
  private:
   void keyPressEvent(QKeyEvent* event) override;

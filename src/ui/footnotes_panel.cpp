@@ -121,7 +121,7 @@ void FootnotesPanel::commit() {
     const QString text = text_->toPlainText();
     if (QString::fromStdString(footnote.text()) == text) return;
     Footnote edited{.id = footnote.id, .paragraphs = editedParagraphs(footnote.paragraphs, text)};
-    state_.replaceFootnote(story->id, std::move(edited));
+    emit footnoteEdited(story->id, edited);
     return;
   }
 }

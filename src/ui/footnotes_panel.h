@@ -6,7 +6,7 @@
 #include <QWidget>
 #include <optional>
 
-#include "model/uuid.h"
+#include "model/story.h"
 
 class QListWidget;
 class QPlainTextEdit;
@@ -25,6 +25,10 @@ class FootnotesPanel : public QWidget {
 
   // Shows the selected story's footnotes; cheap when they did not change.
   void refresh();
+
+ signals:
+  // The author changed a footnote's text; the window makes it an undo step.
+  void footnoteEdited(const inkharbour::Uuid& storyID, const inkharbour::Footnote& footnote);
 
  private:
   void showSelected();

@@ -4,10 +4,18 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDir>
+#include <QFile>
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QMimeData>
+#include <QSettings>
+#include <QUrl>
 #include <QDockWidget>
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QStatusBar>
@@ -15,10 +23,14 @@
 #include <QToolBar>
 #include <QTimer>
 #include <QToolButton>
+#include <QUndoStack>
 #include <QVBoxLayout>
 
 #include "app/app_state.h"
+#include "importers/docx_reader.h"
 #include "model/style_sheet.h"
+#include "ui/autosave.h"
+#include "ui/change_review.h"
 #include "ui/dialogs.h"
 #include "ui/editor_header.h"
 #include "ui/find_bar.h"
@@ -26,6 +38,7 @@
 #include "ui/icons.h"
 #include "ui/link_poller.h"
 #include "ui/notes_panel.h"
+#include "ui/search_panel.h"
 #include "ui/stories_panel.h"
 
 namespace inkharbour {
@@ -87,21 +100,38 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
   statusBar()->addPermanentWidget(linksLabel_);
 
   poller_ = new LinkPoller(state_, this);
+  autosave_ = new Autosave(state_, [this] { return hasUnsavedChanges(); }, this);
   state_.setObserver([this] { scheduleRefresh(); });
-  connect(editor_, &StoryEditor::blocksEdited, this,
-          [this](std::size_t first, std::size_t removed, const std::vector<Block>& inserted) {
-            if (editorStory_) state_.replaceBlocks(*editorStory_, first, removed, inserted);
-          });
+  connect(editor_, &StoryEditor::blocksEdited, this, &MainWindow::recordEdit);
   connect(editor_, &StoryEditor::wordCountChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &QTextEdit::selectionChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &StoryEditor::formatChanged, this, &MainWindow::updateActions);
   connect(editor_, &StoryEditor::tableActivated, this, &MainWindow::editTable);
-  connect(editor_, &QTextEdit::undoAvailable, undoAction_, &QAction::setEnabled);
-  connect(editor_, &QTextEdit::redoAvailable, redoAction_, &QAction::setEnabled);
+  connect(editor_, &StoryEditor::editFinished, this, &MainWindow::finishEdit);
+  connect(editor_, &StoryEditor::undoRequested, undoStack_, &QUndoStack::undo);
+  connect(editor_, &StoryEditor::redoRequested, undoStack_, &QUndoStack::redo);
+  connect(undoStack_, &QUndoStack::canUndoChanged, editor_, &StoryEditor::setCanUndo);
+  connect(undoStack_, &QUndoStack::canRedoChanged, editor_, &StoryEditor::setCanRedo);
+  connect(undoStack_, &QUndoStack::cleanChanged, this, &MainWindow::scheduleRefresh);
+  connect(stories_, &StoriesPanel::renameRequested, this, [this](const Uuid& id, const QString& name) {
+    run(tr("Rename Story"), {id}, [this, id, name] { state_.renameStory(id, name.toStdString()); });
+  });
+  connect(footnotes_, &FootnotesPanel::footnoteEdited, this,
+          [this](const Uuid& id, const Footnote& footnote) {
+            run(tr("Edit Footnote"), {id}, [this, id, footnote] { state_.replaceFootnote(id, footnote); });
+          });
+  connect(notes_, &NotesPanel::dismissRequested, this, [this](const Uuid& id, const Uuid& note) {
+    run(tr("Dismiss Note"), {id}, [this, id, note] { state_.dismissNote(id, note); });
+  });
   connect(editor_, &QTextEdit::copyAvailable, cutAction_, &QAction::setEnabled);
   connect(editor_, &QTextEdit::copyAvailable, copyAction_, &QAction::setEnabled);
 
   resize(1280, 820);
+  setAcceptDrops(true);
+  // Where the author left the window and its panels.
+  QSettings settings;
+  restoreGeometry(settings.value(QStringLiteral("window/geometry")).toByteArray());
+  restoreState(settings.value(QStringLiteral("window/state")).toByteArray());
   refreshNow();
 }
 
@@ -114,7 +144,7 @@ QAction* MainWindow::action(const QString& objectName) const {
 }
 
 bool MainWindow::hasUnsavedChanges() const {
-  return state_.documentRevision() != savedRevision_;
+  return !undoStack_->isClean() || changedOutsideHistory_;
 }
 
 // --- Building the window -----------------------------------------------------
@@ -135,9 +165,15 @@ void MainWindow::createActions() {
   connect(saveAsAction_, &QAction::triggered, this, &MainWindow::saveAs);
   connect(quitAction_, &QAction::triggered, this, &QWidget::close);
 
-  undoAction_ = makeAction(this, "undo", tr("&Undo"), {QKeySequence(tr("Ctrl+Z"))});
-  redoAction_ = makeAction(this, "redo", tr("&Redo"),
-                           {QKeySequence(tr("Ctrl+Shift+Z")), QKeySequence(tr("Ctrl+Y"))});
+  // One history for the whole document: typing, formatting and every
+  // document operation; the menu names the step ("Undo Update Link").
+  undoStack_ = new QUndoStack(this);
+  undoAction_ = undoStack_->createUndoAction(this, tr("&Undo"));
+  undoAction_->setObjectName(QStringLiteral("undo"));
+  undoAction_->setShortcuts({QKeySequence(tr("Ctrl+Z"))});
+  redoAction_ = undoStack_->createRedoAction(this, tr("&Redo"));
+  redoAction_->setObjectName(QStringLiteral("redo"));
+  redoAction_->setShortcuts({QKeySequence(tr("Ctrl+Shift+Z")), QKeySequence(tr("Ctrl+Y"))});
   cutAction_ = makeAction(this, "cut", tr("Cu&t"), {QKeySequence(tr("Ctrl+X"))});
   copyAction_ = makeAction(this, "copy", tr("&Copy"), {QKeySequence(tr("Ctrl+C"))});
   pasteAction_ = makeAction(this, "paste", tr("&Paste"), {QKeySequence(tr("Ctrl+V"))});
@@ -147,9 +183,13 @@ void MainWindow::createActions() {
   findNextAction_ = makeAction(this, "findNext", tr("Find &Next"), {QKeySequence(tr("F3"))});
   findPreviousAction_ =
       makeAction(this, "findPrevious", tr("Find Pre&vious"), {QKeySequence(tr("Shift+F3"))});
-  for (QAction* action : {undoAction_, redoAction_, cutAction_, copyAction_}) {
-    action->setEnabled(false);
-  }
+  reviewAction_ = makeAction(this, "changeReview", tr("Last Merge — Change &Review"),
+                             {QKeySequence(tr("Ctrl+Shift+R"))});
+  reviewAction_->setIconText(tr("Review"));
+  reviewAction_->setToolTip(tr("What the last Update Link of this story did"));
+  findAllAction_ = makeAction(this, "findAll", tr("Find in &All Stories…"),
+                              {QKeySequence(tr("Ctrl+Shift+F"))});
+  for (QAction* action : {cutAction_, copyAction_}) action->setEnabled(false);
 
   newStoryAction_ = makeAction(this, "newStory", tr("New &Story"),
                                {QKeySequence(tr("Ctrl+Shift+N"))}, Icons::linkKind(std::nullopt));
@@ -186,6 +226,9 @@ void MainWindow::createActions() {
   connect(updateAction_, &QAction::triggered, this, &MainWindow::updateLink);
   connect(updateAllAction_, &QAction::triggered, this, &MainWindow::updateAllLinks);
   connect(pushAction_, &QAction::triggered, this, &MainWindow::pushEdits);
+  styleMapAction_ = makeAction(this, "styleMapping", tr("Style &Mapping…"));
+  styleMapAction_->setToolTip(tr("Map Word paragraph style names to Inkharbour styles"));
+  connect(styleMapAction_, &QAction::triggered, this, &MainWindow::editStyleMap);
 
   styleGroup_ = new QActionGroup(this);
   for (std::size_t i = 0; i < StyleSheet::styles.size(); ++i) {
@@ -196,6 +239,7 @@ void MainWindow::createActions() {
     action->setCheckable(true);
     action->setActionGroup(styleGroup_);
     connect(action, &QAction::triggered, this, [this, name] {
+      labelNextEdit(tr("Style %1").arg(name));
       editor_->setParagraphStyle(name);
       editor_->setFocus();
     });
@@ -220,7 +264,9 @@ void MainWindow::createActions() {
     QAction* action = makeAction(this, names[i], texts[i], keys[i], icons[i]);
     action->setCheckable(true);
     const auto format = kFormats[i];
-    connect(action, &QAction::triggered, this, [this, format](bool on) {
+    const QString label = texts[i];
+    connect(action, &QAction::triggered, this, [this, format, label](bool on) {
+      labelNextEdit(QString(label).remove(QLatin1Char('&')));
       editor_->setCharacterFormat(format, on);
       editor_->setFocus();
     });
@@ -231,6 +277,9 @@ void MainWindow::createActions() {
 void MainWindow::createMenus() {
   QMenu* file = menuBar()->addMenu(tr("&File"));
   file->addActions({newDocumentAction_, openAction_});
+  recentMenu_ = file->addMenu(tr("Open &Recent"));
+  recentMenu_->setObjectName(QStringLiteral("recentMenu"));
+  connect(recentMenu_, &QMenu::aboutToShow, this, &MainWindow::fillRecentMenu);
   file->addSeparator();
   file->addActions({saveAction_, saveAsAction_});
   file->addSeparator();
@@ -241,12 +290,12 @@ void MainWindow::createMenus() {
   edit->addSeparator();
   edit->addActions({cutAction_, copyAction_, pasteAction_, pastePlainAction_});
   edit->addSeparator();
-  edit->addActions({findAction_, findNextAction_, findPreviousAction_});
+  edit->addActions({findAction_, findNextAction_, findPreviousAction_, findAllAction_});
 
   menuBar()->addMenu(storyMenu_);
   storyMenu_->addActions({newStoryAction_, placeAction_});
   storyMenu_->addSeparator();
-  storyMenu_->addActions({updateAction_, updateAllAction_, pushAction_});
+  storyMenu_->addActions({updateAction_, updateAllAction_, pushAction_, reviewAction_});
   storyMenu_->addSeparator();
   storyMenu_->addActions({linkAction_, unlinkAction_, exportAction_});
   storyMenu_->addSeparator();
@@ -256,6 +305,8 @@ void MainWindow::createMenus() {
   for (QAction* action : styleActions_) format->addAction(action);
   format->addSeparator();
   for (QAction* action : formatActions_) format->addAction(action);
+  format->addSeparator();
+  format->addAction(styleMapAction_);
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   for (QDockWidget* dock : findChildren<QDockWidget*>()) view->addAction(dock->toggleViewAction());
@@ -317,6 +368,37 @@ void MainWindow::createDocks() {
   notes_ = new NotesPanel(state_, this);
   QDockWidget* notesDock = dock(tr("Story Notes"), "notesDock", notes_, Qt::RightDockWidgetArea);
   splitDockWidget(footnotesDock, notesDock, Qt::Vertical);
+  review_ = new ChangeReview(state_, this);
+  reviewDock_ = dock(tr("Last Merge — Change Review"), "changeReviewDock", review_,
+                     Qt::BottomDockWidgetArea);
+  reviewDock_->hide();
+  connect(reviewAction_, &QAction::triggered, this, [this] {
+    reviewDock_->show();
+    reviewDock_->raise();
+    review_->setFocus();
+  });
+  connect(review_, &ChangeReview::blockRequested, this,
+          [this](const Uuid& blockID) { editor_->scrollToBlock(blockID); });
+  connect(notes_, &NotesPanel::useMineRequested, this, [this](const Uuid& id, const Uuid& note) {
+    run(tr("Use Mine"), {id}, [this, id, note] { state_.useMine(id, note); });
+  });
+  search_ = new SearchPanel(state_, this);
+  QDockWidget* searchDock =
+      dock(tr("Find in All Stories"), "searchDock", search_, Qt::BottomDockWidgetArea);
+  tabifyDockWidget(reviewDock_, searchDock);
+  searchDock->hide();
+  connect(findAllAction_, &QAction::triggered, this, [this, searchDock] {
+    searchDock->show();
+    searchDock->raise();
+    search_->start(editor_->textCursor().selectedText());
+  });
+  connect(search_, &SearchPanel::hitActivated, this,
+          [this](const Uuid& storyID, const Uuid& blockID, const QString& text, bool caseSensitive) {
+            state_.selectStory(storyID);
+            refreshNow();
+            if (blockID != Uuid{}) editor_->scrollToBlock(blockID);
+            findBar_->showFor(text, caseSensitive);
+          });
   resizeDocks({storiesDock, footnotesDock}, {320, 320}, Qt::Horizontal);
   resizeDocks({footnotesDock, notesDock}, {300, 420}, Qt::Vertical);
 }
@@ -328,7 +410,7 @@ QWidget* MainWindow::createCentre() {
   auto* layout = new QVBoxLayout(page);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  header_ = new EditorHeader(state_, updateAction_, pushAction_, page);
+  header_ = new EditorHeader(state_, updateAction_, pushAction_, reviewAction_, page);
   editor_ = new StoryEditor(page);
   editor_->setObjectName(QStringLiteral("storyEditor"));
   findBar_ = new FindBar(*editor_, page);
@@ -337,12 +419,19 @@ QWidget* MainWindow::createCentre() {
   layout->addWidget(findBar_);
   centre_->addWidget(page);
 
-  connect(undoAction_, &QAction::triggered, editor_, &QTextEdit::undo);
-  connect(redoAction_, &QAction::triggered, editor_, &QTextEdit::redo);
-  connect(cutAction_, &QAction::triggered, editor_, &QTextEdit::cut);
+  connect(cutAction_, &QAction::triggered, editor_, [this] {
+    labelNextEdit(tr("Cut"));
+    editor_->cut();
+  });
   connect(copyAction_, &QAction::triggered, editor_, &QTextEdit::copy);
-  connect(pasteAction_, &QAction::triggered, editor_, &QTextEdit::paste);
-  connect(pastePlainAction_, &QAction::triggered, editor_, &StoryEditor::pastePlainText);
+  connect(pasteAction_, &QAction::triggered, editor_, [this] {
+    labelNextEdit(tr("Paste"));
+    editor_->paste();
+  });
+  connect(pastePlainAction_, &QAction::triggered, editor_, [this] {
+    labelNextEdit(tr("Paste as Plain Text"));
+    editor_->pastePlainText();
+  });
   connect(findAction_, &QAction::triggered, findBar_, &FindBar::open);
   connect(findNextAction_, &QAction::triggered, findBar_, &FindBar::findNext);
   connect(findPreviousAction_, &QAction::triggered, findBar_, &FindBar::findPrevious);
@@ -400,6 +489,7 @@ void MainWindow::refresh() {
   header_->refresh();
   footnotes_->refresh();
   notes_->refresh();
+  review_->refresh();
   updateActions();
   updateStatusBar();
   updateTitle();
@@ -518,6 +608,63 @@ bool MainWindow::attempt(Operation&& operation) {
   return !state_.lastError().has_value();
 }
 
+bool MainWindow::run(const QString& text, std::vector<Uuid> touched,
+                     std::function<void()> operation) {
+  if (state_.lastError()) state_.clearLastError();
+  undoStack_->push(new DocumentCommand(state_, text, std::move(touched), std::move(operation)));
+  return !state_.lastError().has_value();
+}
+
+void MainWindow::recordEdit(std::size_t first, std::size_t removed,
+                            const std::vector<Block>& inserted) {
+  if (!editorStory_) return;
+  const auto index = state_.selectedStoryIndex();
+  if (!index) return;
+  // What the edit replaced, read from the model before it changes: undo puts it back.
+  const auto& blocks = state_.document().stories[*index].blocks;
+  const std::size_t from = std::min(first, blocks.size());
+  const std::size_t to = std::min(first + removed, blocks.size());
+  pendingEdits_.push_back(BlockEdit{
+      .first = first,
+      .removed = std::vector<Block>(blocks.begin() + static_cast<std::ptrdiff_t>(from),
+                                    blocks.begin() + static_cast<std::ptrdiff_t>(to)),
+      .inserted = inserted});
+  state_.replaceBlocks(*editorStory_, first, removed, inserted);
+}
+
+void MainWindow::finishEdit(StoryEditor::EditKind kind) {
+  if (pendingEdits_.empty() || !editorStory_) {
+    pendingEdits_.clear();
+    nextEditLabel_.clear();
+    return;
+  }
+  const bool typing = kind == StoryEditor::EditKind::typing && nextEditLabel_.isEmpty();
+  const QString text =
+      !nextEditLabel_.isEmpty() ? nextEditLabel_ : typing ? tr("Typing") : tr("Edit");
+  undoStack_->push(new TextEditCommand(
+      state_,
+      [this](const Uuid& id, std::size_t first, std::size_t removed,
+             const std::vector<Block>& inserted) { showEdit(id, first, removed, inserted); },
+      *editorStory_, std::move(pendingEdits_), typing, text));
+  pendingEdits_.clear();
+  nextEditLabel_.clear();
+}
+
+void MainWindow::showEdit(const Uuid& storyID, std::size_t first, std::size_t removed,
+                          const std::vector<Block>& inserted) {
+  if (editorStory_ == storyID) editor_->applyEdit(first, removed, inserted);
+}
+
+void MainWindow::labelNextEdit(const QString& text) {
+  nextEditLabel_ = text;
+}
+
+void MainWindow::startHistory() {
+  undoStack_->clear();
+  changedOutsideHistory_ = false;
+  pendingEdits_.clear();
+}
+
 std::optional<Uuid> MainWindow::selectedID() const {
   const auto index = state_.selectedStoryIndex();
   if (!index) return std::nullopt;
@@ -545,18 +692,93 @@ bool MainWindow::maybeSave() {
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {
-  if (maybeSave()) {
-    event->accept();
-  } else {
+  if (!maybeSave()) {
     event->ignore();
+    return;
   }
+  QSettings settings;
+  settings.setValue(QStringLiteral("window/geometry"), saveGeometry());
+  settings.setValue(QStringLiteral("window/state"), saveState());
+  autosave_->discard();  // saved, or left unsaved on purpose
+  event->accept();
+}
+
+bool MainWindow::acceptsDrop(const QMimeData* data) const {
+  if (!data->hasUrls()) return false;
+  for (const QUrl& url : data->urls()) {
+    if (!url.isLocalFile()) return false;
+  }
+  return true;
+}
+
+void MainWindow::dropFiles(const QMimeData* data) {
+  QStringList documents;
+  QStringList files;
+  for (const QUrl& url : data->urls()) {
+    const QString path = url.toLocalFile();
+    const QString suffix = QFileInfo(path).suffix().toLower();
+    if (suffix == QLatin1String("inkharbour") || suffix == QLatin1String("quillmoor") ||
+        suffix == QLatin1String("tidecopy")) {
+      documents << path;
+    } else {
+      files << path;
+    }
+  }
+  if (!files.isEmpty()) {
+    placeFiles(files);
+  } else if (!documents.isEmpty() && maybeSave()) {
+    openDocumentFile(documents.front());
+  }
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
+  if (acceptsDrop(event->mimeData())) event->acceptProposedAction();
+}
+
+void MainWindow::dropEvent(QDropEvent* event) {
+  if (!acceptsDrop(event->mimeData())) return;
+  event->acceptProposedAction();
+  dropFiles(event->mimeData());
+}
+
+void MainWindow::rememberRecent(const QString& path) {
+  QSettings settings;
+  QStringList recent = settings.value(QStringLiteral("recentDocuments")).toStringList();
+  recent.removeAll(path);
+  recent.prepend(path);
+  while (recent.size() > 10) recent.removeLast();
+  settings.setValue(QStringLiteral("recentDocuments"), recent);
+}
+
+void MainWindow::fillRecentMenu() {
+  recentMenu_->clear();
+  const QStringList recent =
+      QSettings().value(QStringLiteral("recentDocuments")).toStringList();
+  for (qsizetype i = 0; i < recent.size(); ++i) {
+    const QString path = recent[i];
+    QAction* action = recentMenu_->addAction(
+        tr("&%1  %2").arg(i + 1 < 10 ? QString::number(i + 1) : QStringLiteral("0"),
+                          QFileInfo(path).fileName()));
+    action->setToolTip(QDir::toNativeSeparators(path));
+    action->setStatusTip(QDir::toNativeSeparators(path));
+    connect(action, &QAction::triggered, this, [this, path] {
+      if (maybeSave()) openDocumentFile(path);
+    });
+  }
+  if (recent.isEmpty()) recentMenu_->addAction(tr("No Recent Documents"))->setEnabled(false);
+  recentMenu_->addSeparator();
+  QAction* clear = recentMenu_->addAction(tr("Clear Menu"));
+  clear->setEnabled(!recent.isEmpty());
+  connect(clear, &QAction::triggered, this,
+          [] { QSettings().remove(QStringLiteral("recentDocuments")); });
 }
 
 void MainWindow::newDocument() {
   if (!maybeSave()) return;
   state_.newDocument();
   documentPath_.clear();
-  savedRevision_ = state_.documentRevision();
+  startHistory();
+  autosave_->setDocumentPath(QString());
   refreshNow();
 }
 
@@ -570,9 +792,29 @@ void MainWindow::openDocument() {
 }
 
 bool MainWindow::openDocumentFile(const QString& path) {
-  if (!attempt([&] { state_.openDocument(path.toStdString()); })) return false;
-  documentPath_ = QFileInfo(path).absoluteFilePath();
-  savedRevision_ = state_.documentRevision();
+  const QString absolute = QFileInfo(path).absoluteFilePath();
+  QString source = absolute;
+  bool recovered = false;
+  if (const auto copy = Autosave::leftFor(absolute)) {
+    const int answer = dialogs_.choose(
+        this, tr("Recover Unsaved Changes"),
+        tr("“%1” has unsaved changes from a session that ended unexpectedly (%2). Restore them?")
+            .arg(QFileInfo(absolute).fileName(),
+                 QLocale().toString(QFileInfo(*copy).lastModified(), QLocale::ShortFormat)),
+        {tr("Restore"), tr("Discard Them")});
+    if (answer == 0) {
+      source = *copy;
+      recovered = true;
+    } else if (answer == 1) {
+      QFile::remove(*copy);
+    }
+  }
+  if (!attempt([&] { state_.openDocument(source.toStdString()); })) return false;
+  documentPath_ = absolute;
+  rememberRecent(documentPath_);
+  startHistory();
+  autosave_->setDocumentPath(documentPath_);
+  changedOutsideHistory_ = recovered;
   editorStory_.reset();  // a story of the same id in the new document is another story
   refreshNow();
   editor_->setFocus();
@@ -599,17 +841,20 @@ bool MainWindow::saveAs() {
 }
 
 bool MainWindow::saveTo(const QString& path) {
-  const std::uint64_t revision = state_.documentRevision();
   if (!attempt([&] { state_.saveDocument(path.toStdString()); })) return false;
   documentPath_ = QFileInfo(path).absoluteFilePath();
-  savedRevision_ = revision;
+  rememberRecent(documentPath_);
+  undoStack_->setClean();
+  changedOutsideHistory_ = false;
+  autosave_->setDocumentPath(documentPath_);
+  autosave_->discard();
   showMessage(tr("Saved “%1”.").arg(QFileInfo(path).fileName()));
   refreshNow();
   return true;
 }
 
 void MainWindow::newStory() {
-  state_.newStory();
+  run(tr("New Story"), {}, [this] { state_.newStory(); });
   refreshNow();
   editor_->setFocus();
 }
@@ -622,15 +867,56 @@ void MainWindow::place() {
   if (!chosen.isEmpty()) placeFiles(chosen);
 }
 
+bool MainWindow::offerUntitledRecovery() {
+  const auto copy = Autosave::leftUntitled();
+  if (!copy) return false;
+  const int answer = dialogs_.choose(
+      this, tr("Recover Unsaved Changes"),
+      tr("An untitled document has unsaved changes from a session that ended unexpectedly "
+         "(%1). Restore them?")
+          .arg(QLocale().toString(QFileInfo(*copy).lastModified(), QLocale::ShortFormat)),
+      {tr("Restore"), tr("Discard Them")});
+  if (answer < 0) return false;
+  bool restored = false;
+  if (answer == 0 && attempt([&] { state_.openDocument(copy->toStdString()); })) {
+    startHistory();
+    changedOutsideHistory_ = true;  // nothing of it is saved yet
+    restored = true;
+    refreshNow();
+  }
+  // This session's own copy takes over from here.
+  if (answer == 1 || restored) QFile::remove(*copy);
+  return restored;
+}
+
 bool MainWindow::placeFiles(const QStringList& paths) {
   QStringList failures;
   int placed = 0;
+  // Several files placed at once are one step to undo, with progress.
+  std::optional<QProgressDialog> progress;
+  if (paths.size() > 1) {
+    undoStack_->beginMacro(tr("Place %1 Files").arg(paths.size()));
+    progress.emplace(tr("Placing files…"), tr("Stop"), 0, static_cast<int>(paths.size()), this);
+    progress->setWindowTitle(tr("Place"));
+    progress->setWindowModality(Qt::WindowModal);
+    progress->setMinimumDuration(400);
+  }
   for (const QString& path : paths) {
-    if (attempt([&] { state_.place(path.toStdString()); })) {
+    if (progress) {
+      if (progress->wasCanceled()) break;
+      progress->setLabelText(tr("Placing “%1”…").arg(QFileInfo(path).fileName()));
+      progress->setValue(placed + static_cast<int>(failures.size()));
+    }
+    if (run(tr("Place “%1”").arg(QFileInfo(path).fileName()), {},
+            [this, path] { state_.place(path.toStdString()); })) {
       ++placed;
     } else {
       failures << tr("“%1”: %2").arg(QFileInfo(path).fileName(), fromStd(*state_.lastError()));
     }
+  }
+  if (progress) {
+    progress->setValue(static_cast<int>(paths.size()));
+    undoStack_->endMacro();
   }
   // Every failure stays readable, not only the last one.
   if (failures.size() > 1) state_.reportError(failures.join(QStringLiteral("  ")).toStdString());
@@ -650,7 +936,9 @@ void MainWindow::linkToOriginal() {
              .title = tr("Link to Original"),
              .filters = FileTypes::placeable()});
   if (chosen.isEmpty()) return;
-  attempt([&] { state_.linkToOriginal(*id, chosen.front().toStdString()); });
+  const QString path = chosen.front();
+  run(tr("Link to Original"), {*id},
+      [this, id = *id, path] { state_.linkToOriginal(id, path.toStdString()); });
   refreshNow();
 }
 
@@ -668,7 +956,7 @@ void MainWindow::unlink() {
                         tr("Unlink"))) {
     return;
   }
-  state_.unlink(id);
+  run(tr("Unlink"), {id}, [this, id] { state_.unlink(id); });
 }
 
 void MainWindow::renameStory() {
@@ -687,7 +975,7 @@ void MainWindow::deleteStory() {
                         tr("Delete"))) {
     return;
   }
-  state_.deleteStory(id);
+  run(tr("Delete Story"), {id}, [this, id] { state_.deleteStory(id); });
 }
 
 void MainWindow::exportStory() {
@@ -702,6 +990,7 @@ void MainWindow::exportStory() {
              .filters = FileTypes::wordDocument()});
   if (chosen.isEmpty()) return;
   if (attempt([&] { state_.exportStory(id, chosen.front().toStdString()); })) {
+    changedOutsideHistory_ = true;
     showMessage(tr("Exported and linked to “%1”.").arg(QFileInfo(chosen.front()).fileName()));
   }
 }
@@ -709,7 +998,7 @@ void MainWindow::exportStory() {
 void MainWindow::updateLink() {
   const auto id = selectedID();
   if (!id) return;
-  if (!attempt([&] { state_.updateFromLinked(*id); })) return;
+  if (!run(tr("Update Link"), {*id}, [this, id = *id] { state_.updateFromLinked(id); })) return;
   const auto index = state_.selectedStoryIndex();
   if (!index) return;
   const Story& story = state_.document().stories[*index];
@@ -731,9 +1020,33 @@ void MainWindow::updateLink() {
 }
 
 void MainWindow::updateAllLinks() {
-  const std::size_t count = state_.modifiedLinkCount();
-  if (attempt([&] { state_.updateAllLinks(); })) {
-    showMessage(count == 1 ? tr("Updated 1 link.") : tr("Updated %1 links.").arg(count));
+  std::vector<Uuid> modified;
+  QStringList names;
+  for (const auto& story : state_.document().stories) {
+    const auto status = state_.linkStatuses().find(story.id);
+    if (status == state_.linkStatuses().end() || status->second != LinkStatus::modified) continue;
+    modified.push_back(story.id);
+    names << fromStd(story.name);
+  }
+  if (modified.empty()) return;
+  // Merging many books takes a while: show how far it got, and stop between
+  // stories when asked (what was merged stays, as one step to undo).
+  QProgressDialog progress(tr("Updating links…"), tr("Stop"), 0, static_cast<int>(modified.size()),
+                           this);
+  progress.setWindowTitle(tr("Update All Links"));
+  progress.setWindowModality(Qt::WindowModal);
+  progress.setMinimumDuration(400);
+  std::size_t done = 0;
+  const bool clean = run(tr("Update All Links"), modified, [&] {
+    for (; done < modified.size() && !progress.wasCanceled(); ++done) {
+      progress.setLabelText(tr("Merging “%1”…").arg(names[static_cast<qsizetype>(done)]));
+      progress.setValue(static_cast<int>(done));
+      state_.updateFromLinked(modified[done]);
+    }
+  });
+  progress.setValue(static_cast<int>(modified.size()));
+  if (clean) {
+    showMessage(done == 1 ? tr("Updated 1 link.") : tr("Updated %1 links.").arg(done));
   }
 }
 
@@ -746,16 +1059,47 @@ void MainWindow::pushEdits() {
   // Excel links are one-way: the state says so without asking first.
   if (story.link->kind != LinkKind::excel) {
     const QString file = QFileInfo(fromStd(story.link->path)).fileName();
-    if (!dialogs_.confirm(this, tr("Push Edits"),
-                          tr("Replace the content of “%1” with this story? The file is "
-                             "rewritten; this cannot be undone.")
-                              .arg(file),
-                          tr("Push Edits"))) {
+    const auto status = state_.linkStatuses().find(id);
+    if (status != state_.linkStatuses().end() && status->second == LinkStatus::modified) {
+      // A push now would overwrite a co-author's changes that were never merged.
+      const int answer = dialogs_.choose(
+          this, tr("Push Edits"),
+          tr("The linked document has changes that are not in the story."),
+          {tr("Update Link First"), tr("Push Anyway (their changes are lost)")});
+      if (answer < 0) return;
+      if (answer == 0) {
+        updateLink();
+        if (state_.lastError()) return;
+      }
+    } else if (!dialogs_.confirm(this, tr("Push Edits"),
+                                 tr("Replace the content of “%1” with this story? The file is "
+                                    "rewritten; this cannot be undone.")
+                                     .arg(file),
+                                 tr("Push Edits"))) {
       return;
     }
   }
   if (attempt([&] { state_.updateLinkedDocument(id); })) {
+    changedOutsideHistory_ = true;
     showMessage(tr("Pushed “%1” to its linked document.").arg(fromStd(story.name)));
+  }
+}
+
+void MainWindow::editStyleMap() {
+  // Offer the style names of the selected story's Word file, when it has one.
+  QStringList wordStyles;
+  if (const auto index = state_.selectedStoryIndex()) {
+    const Story& story = state_.document().stories[*index];
+    if (story.link && story.link->kind == LinkKind::word) {
+      for (const auto& name : DocxReader::paragraphStyleNames(story.link->path)) {
+        wordStyles << fromStd(name);
+      }
+    }
+  }
+  const auto edited = dialogs_.editStyleMap(this, state_.document().styleMap, wordStyles);
+  if (edited && *edited != state_.document().styleMap) {
+    undoStack_->push(new StyleMapCommand(state_, *edited));
+    showMessage(tr("Style mapping changed: it applies when files are placed or links updated."));
   }
 }
 
@@ -768,7 +1112,9 @@ void MainWindow::editTable(const Uuid& blockID) {
     if (block.id != blockID || !std::holds_alternative<Table>(block.kind)) continue;
     const Table table = std::get<Table>(block.kind);
     if (auto edited = dialogs_.editTable(this, table); edited && !(*edited == table)) {
-      state_.updateTable(storyID, blockID, std::move(*edited));
+      run(tr("Edit Table"), {storyID}, [this, storyID, blockID, table = std::move(*edited)] {
+        state_.updateTable(storyID, blockID, table);
+      });
     }
     return;
   }

@@ -10,27 +10,37 @@
 #include <QPointer>
 #include <array>
 #include <filesystem>
+#include <functional>
 #include <optional>
 
 #include "editor/story_editor.h"
 #include "model/uuid.h"
+#include "ui/undo_commands.h"
 
 class QAction;
 class QActionGroup;
 class QLabel;
 class QStackedWidget;
+class QDockWidget;
+class QDragEnterEvent;
+class QDropEvent;
+class QMimeData;
 class QTimer;
+class QUndoStack;
 class QToolButton;
 
 namespace inkharbour {
 
 class AppState;
+class Autosave;
 class Dialogs;
 class EditorHeader;
 class FindBar;
 class FootnotesPanel;
 class LinkPoller;
+class ChangeReview;
 class NotesPanel;
+class SearchPanel;
 class StoriesPanel;
 
 class MainWindow : public QMainWindow {
@@ -45,6 +55,10 @@ class MainWindow : public QMainWindow {
   bool openDocumentFile(const QString& path);
   // Places files as new linked stories, in order; false when any failed.
   bool placeFiles(const QStringList& paths);
+  // At start without a document: offers the untitled document a crashed
+  // session left, if any. True when it was restored.
+  bool offerUntitledRecovery();
+  Autosave* autosave() const { return autosave_; }
 
   // The path of the document's own file; empty while untitled.
   QString documentPath() const { return documentPath_; }
@@ -53,6 +67,7 @@ class MainWindow : public QMainWindow {
   // For tests and scripts: the widgets and actions by name.
   StoryEditor* editor() const { return editor_; }
   StoriesPanel* storiesPanel() const { return stories_; }
+  QUndoStack* undoStack() const { return undoStack_; }
   LinkPoller* poller() const { return poller_; }
   QAction* action(const QString& objectName) const;
   // Brings every view in line with the state now instead of on the next turn.
@@ -60,6 +75,8 @@ class MainWindow : public QMainWindow {
 
  protected:
   void closeEvent(QCloseEvent* event) override;
+  void dragEnterEvent(QDragEnterEvent* event) override;
+  void dropEvent(QDropEvent* event) override;
 
  private:
   void createActions();
@@ -92,6 +109,7 @@ class MainWindow : public QMainWindow {
   void updateAllLinks();
   void pushEdits();
   void editTable(const Uuid& blockID);
+  void editStyleMap();
 
   // Asks to save unsaved changes; false when the user cancelled.
   bool maybeSave();
@@ -99,6 +117,25 @@ class MainWindow : public QMainWindow {
   // Runs an operation with a fresh error line; true when it left no error.
   template <typename Operation>
   bool attempt(Operation&& operation);
+  // Runs a document operation as one undo step named `text`; `touched` are
+  // the stories it changes (stories it adds are found by themselves). True
+  // when it left no error.
+  bool run(const QString& text, std::vector<Uuid> touched, std::function<void()> operation);
+  // The editor's edits, gathered per user action into one undo step.
+  void recordEdit(std::size_t first, std::size_t removed, const std::vector<Block>& inserted);
+  void finishEdit(StoryEditor::EditKind kind);
+  void showEdit(const Uuid& storyID, std::size_t first, std::size_t removed,
+                const std::vector<Block>& inserted);
+  // A format, style or clipboard action: names the editor's next undo step.
+  void labelNextEdit(const QString& text);
+  // Forgets the undo history: another document is open.
+  void startHistory();
+  // Dropped files: a document is opened, Word, Excel and text files placed.
+  bool acceptsDrop(const QMimeData* data) const;
+  void dropFiles(const QMimeData* data);
+  // The last ten documents opened or saved, newest first.
+  void rememberRecent(const QString& path);
+  void fillRecentMenu();
   std::optional<Uuid> selectedID() const;
   void showMessage(const QString& text);
 
@@ -108,6 +145,9 @@ class MainWindow : public QMainWindow {
   StoriesPanel* stories_ = nullptr;
   FootnotesPanel* footnotes_ = nullptr;
   NotesPanel* notes_ = nullptr;
+  ChangeReview* review_ = nullptr;
+  QDockWidget* reviewDock_ = nullptr;
+  SearchPanel* search_ = nullptr;
   EditorHeader* header_ = nullptr;
   StoryEditor* editor_ = nullptr;
   FindBar* findBar_ = nullptr;
@@ -120,6 +160,7 @@ class MainWindow : public QMainWindow {
   QLabel* wordsLabel_ = nullptr;
   QLabel* linksLabel_ = nullptr;
   QMenu* storyMenu_ = nullptr;
+  QMenu* recentMenu_ = nullptr;
 
   QAction* newDocumentAction_ = nullptr;
   QAction* openAction_ = nullptr;
@@ -135,6 +176,8 @@ class MainWindow : public QMainWindow {
   QAction* findAction_ = nullptr;
   QAction* findNextAction_ = nullptr;
   QAction* findPreviousAction_ = nullptr;
+  QAction* findAllAction_ = nullptr;
+  QAction* reviewAction_ = nullptr;
   QAction* newStoryAction_ = nullptr;
   QAction* placeAction_ = nullptr;
   QAction* linkAction_ = nullptr;
@@ -145,12 +188,19 @@ class MainWindow : public QMainWindow {
   QAction* updateAction_ = nullptr;
   QAction* updateAllAction_ = nullptr;
   QAction* pushAction_ = nullptr;
+  QAction* styleMapAction_ = nullptr;
   QActionGroup* styleGroup_ = nullptr;
   std::array<QAction*, 5> styleActions_{};
   std::array<QAction*, 7> formatActions_{};
 
+  QUndoStack* undoStack_ = nullptr;
+  Autosave* autosave_ = nullptr;
+  std::vector<BlockEdit> pendingEdits_;
+  QString nextEditLabel_;
+  // A push or an export changed the links in a way no undo takes back.
+  bool changedOutsideHistory_ = false;
+
   QString documentPath_;
-  std::uint64_t savedRevision_ = 0;
   std::optional<Uuid> editorStory_;
   std::int64_t editorToken_ = 0;
   QString watchedLinks_;

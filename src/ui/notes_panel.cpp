@@ -77,17 +77,33 @@ void NotesPanel::refresh() {
     auto* top = new QHBoxLayout;
     const QDateTime date = QDateTime::fromSecsSinceEpoch(
         kReferenceEpoch + static_cast<qint64>(note.date), Qt::UTC);
-    auto* place = new QLabel(tr("<b>Paragraph %1</b> · %2")
-                                 .arg(note.paragraphIndex + 1)
-                                 .arg(QLocale().toString(date.toLocalTime(), QLocale::ShortFormat)),
+    // Footnote notes carry no block; a cell's note points at its table.
+    QString where = tr("Footnote");
+    if (note.paragraphIndex >= 0) {
+      const auto index = static_cast<std::size_t>(note.paragraphIndex);
+      const bool table = index < story->blocks.size() &&
+                         std::holds_alternative<Table>(story->blocks[index].kind);
+      where = (table ? tr("Table, block %1") : tr("Paragraph %1")).arg(note.paragraphIndex + 1);
+    }
+    auto* place = new QLabel(tr("<b>%1</b> · %2").arg(where.toHtmlEscaped(),
+                                 QLocale().toString(date.toLocalTime(), QLocale::ShortFormat)),
                              card);
     place->setWordWrap(true);
     auto* dismiss = new QPushButton(tr("Dismiss"), card);
     dismiss->setToolTip(tr("Remove this note; the story keeps the external text."));
+    dismiss->setObjectName(QStringLiteral("dismissNote"));
     const Uuid noteID = note.id;
     connect(dismiss, &QPushButton::clicked, this,
-            [this, storyID, noteID] { state_.dismissNote(storyID, noteID); });
+            [this, storyID, noteID] { emit dismissRequested(storyID, noteID); });
+    auto* useMine = new QPushButton(tr("Use Mine"), card);
+    useMine->setToolTip(tr("Put your text back in place of the external text, and remove this "
+                           "note."));
+    useMine->setAccessibleName(tr("Use Mine"));
+    useMine->setObjectName(QStringLiteral("useMine"));
+    connect(useMine, &QPushButton::clicked, this,
+            [this, storyID, noteID] { emit useMineRequested(storyID, noteID); });
     top->addWidget(place, 1);
+    top->addWidget(useMine);
     top->addWidget(dismiss);
     cardLayout->addLayout(top);
     cardLayout->addWidget(new QLabel(tr("Yours (replaced):"), card));

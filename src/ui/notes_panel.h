@@ -1,9 +1,11 @@
 // The Story Notes panel: each note of the selected story (local text that
 // lost a merge conflict) with its place, the local and the external text,
-// and a Dismiss button.
+// and the buttons Use Mine and Dismiss.
 #pragma once
 
 #include <QScrollArea>
+
+#include "model/uuid.h"
 
 class QVBoxLayout;
 class QLabel;
@@ -20,6 +22,13 @@ class NotesPanel : public QScrollArea {
 
   // Shows the selected story's notes; cheap when they did not change.
   void refresh();
+
+ signals:
+  // Dismiss was pressed; the window makes it an undo step.
+  void dismissRequested(const inkharbour::Uuid& storyID, const inkharbour::Uuid& noteID);
+  // Use mine was pressed: the note's text is to go back in place of the
+  // external text; the window makes it an undo step.
+  void useMineRequested(const inkharbour::Uuid& storyID, const inkharbour::Uuid& noteID);
 
  private:
   AppState& state_;

@@ -1,18 +1,73 @@
 #include "ui/stories_panel.h"
 
+#include <QApplication>
 #include <QContextMenuEvent>
 #include <QDir>
 #include <QHeaderView>
 #include <QMenu>
+#include <QPainter>
+#include <QStyledItemDelegate>
 
 #include "app/app_state.h"
 #include "ui/icons.h"
+#include "ui/merge_forecaster.h"
 
 namespace inkharbour {
 
 namespace {
 
 enum Column { kName, kLink, kStatus };
+
+// The merge forecast of a status cell, drawn after the status word.
+constexpr int kForecastRole = Qt::UserRole + 1;
+// The most that a forecast widens the status column; the tooltip holds it whole.
+constexpr int kForecastMaxWidth = 170;
+constexpr int kForecastGap = 6;
+
+QFont forecastFont(QFont font) {
+  font.setPointSizeF(font.pointSizeF() * 0.85);
+  return font;
+}
+
+// Draws a status cell's forecast after its word, smaller and grey, cut to
+// the width there is, so that the column stays narrow.
+class StatusDelegate : public QStyledItemDelegate {
+ public:
+  using QStyledItemDelegate::QStyledItemDelegate;
+
+  void paint(QPainter* painter, const QStyleOptionViewItem& option,
+             const QModelIndex& index) const override {
+    QStyledItemDelegate::paint(painter, option, index);
+    const QString forecast = index.data(kForecastRole).toString();
+    if (forecast.isEmpty()) return;
+    QStyleOptionViewItem item(option);
+    initStyleOption(&item, index);
+    const QStyle* style = item.widget != nullptr ? item.widget->style() : QApplication::style();
+    const QRect text = style->subElementRect(QStyle::SE_ItemViewItemText, &item, item.widget);
+    const int left = text.left() + item.fontMetrics.horizontalAdvance(item.text) + kForecastGap;
+    const QRect rest(left, text.top(), text.right() - left, text.height());
+    if (rest.width() <= 0) return;
+    const QFont font = forecastFont(item.font);
+    const bool selected = item.state.testFlag(QStyle::State_Selected);
+    painter->save();
+    painter->setFont(font);
+    painter->setPen(
+        item.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText));
+    painter->drawText(rest, Qt::AlignLeft | Qt::AlignVCenter,
+                      QFontMetrics(font).elidedText(forecast, Qt::ElideRight, rest.width()));
+    painter->restore();
+  }
+
+  QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+    QSize size = QStyledItemDelegate::sizeHint(option, index);
+    const QString forecast = index.data(kForecastRole).toString();
+    if (!forecast.isEmpty()) {
+      const int width = QFontMetrics(forecastFont(option.font)).horizontalAdvance(forecast);
+      size.rwidth() += kForecastGap + std::min(width, kForecastMaxWidth);
+    }
+    return size;
+  }
+};
 
 QString toQString(const std::string& text) {
   return QString::fromStdString(text);
@@ -24,15 +79,20 @@ std::optional<LinkStatus> statusOf(const AppState& state, const Story& story) {
   return found->second;
 }
 
+QString forecastOf(const MergeForecaster* forecaster, const Story& story) {
+  return forecaster != nullptr ? forecaster->forecast(story.id).value_or(QString()) : QString();
+}
+
 // Everything a row shows, so that refresh() rebuilds only on a difference.
-QString signature(const AppState& state) {
+QString signature(const AppState& state, const MergeForecaster* forecaster) {
   QString out;
   for (const auto& story : state.document().stories) {
     const auto status = statusOf(state, story);
     out += toQString(story.id.string()) + toQString(story.name) + QChar(0x1f) +
            (story.link ? toQString(story.link->path) + QString::number(int(story.link->kind))
                        : QString()) +
-           QChar(0x1f) + (status ? QString::number(int(*status)) : QString()) + QChar(0x1e);
+           QChar(0x1f) + (status ? QString::number(int(*status)) : QString()) + QChar(0x1f) +
+           forecastOf(forecaster, story) + QChar(0x1e);
   }
   return out;
 }
@@ -52,13 +112,14 @@ StoriesPanel::StoriesPanel(AppState& state, QMenu* storyMenu, QWidget* parent)
   header()->setSectionResizeMode(kName, QHeaderView::Stretch);
   header()->setSectionResizeMode(kLink, QHeaderView::ResizeToContents);
   header()->setSectionResizeMode(kStatus, QHeaderView::ResizeToContents);
+  setItemDelegateForColumn(kStatus, new StatusDelegate(this));
   setAccessibleName(tr("Stories"));
   connect(this, &QTreeWidget::itemSelectionChanged, this, &StoriesPanel::onSelectionChanged);
   connect(this, &QTreeWidget::itemChanged, this, &StoriesPanel::onItemChanged);
 }
 
 void StoriesPanel::refresh() {
-  const QString now = signature(state_);
+  const QString now = signature(state_, forecaster_);
   updating_ = true;
   if (now != shown_) {
     shown_ = now;
@@ -81,9 +142,12 @@ void StoriesPanel::refresh() {
           story.link ? std::optional<LinkKind>(story.link->kind) : std::nullopt;
       item->setIcon(kLink, Icons::linkKind(kind));
       item->setText(kLink, Icons::kindWord(kind));
-      const QString path = story.link ? QDir::toNativeSeparators(toQString(story.link->path))
-                                      : tr("Not linked to a file");
-      for (int column = 0; column < columnCount(); ++column) item->setToolTip(column, path);
+      const QString forecast = forecastOf(forecaster_, story);
+      QString tip = story.link ? QDir::toNativeSeparators(toQString(story.link->path))
+                               : tr("Not linked to a file");
+      if (!forecast.isEmpty()) tip += QLatin1Char('\n') + tr("Update Link: %1").arg(forecast);
+      for (int column = 0; column < columnCount(); ++column) item->setToolTip(column, tip);
+      item->setData(kStatus, kForecastRole, forecast);
       if (const auto status = statusOf(state_, story)) {
         item->setIcon(kStatus, Icons::status(*status));
         item->setText(kStatus, Icons::statusWord(*status));
@@ -91,6 +155,9 @@ void StoriesPanel::refresh() {
         item->setIcon(kStatus, QIcon());
         item->setText(kStatus, story.link ? tr("Checking…") : QString());
       }
+      const QString word = item->text(kStatus);
+      item->setData(kStatus, Qt::AccessibleTextRole,
+                    forecast.isEmpty() ? word : word + QStringLiteral(", ") + forecast);
     }
   }
   const auto selected = state_.selectedStoryIndex();
@@ -103,6 +170,11 @@ void StoriesPanel::refresh() {
     }
   }
   updating_ = false;
+}
+
+void StoriesPanel::setForecaster(const MergeForecaster* forecaster) {
+  forecaster_ = forecaster;
+  shown_.clear();
 }
 
 void StoriesPanel::renameSelected() {
@@ -134,7 +206,7 @@ void StoriesPanel::onItemChanged(QTreeWidgetItem* item, int column) {
     refresh();
     return;
   }
-  state_.renameStory(*id, name.toStdString());
+  emit renameRequested(*id, name);
 }
 
 }  // namespace inkharbour

@@ -78,5 +78,49 @@ TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
                                         {story(app, 1).id, LinkStatus::modified}}));
 }
 
+// What undo rests on: a snapshot restored gives back the exact document.
+TEST(AppState, RestoringSnapshotsUndoesUpdatesDeletionsAndPlacesExactly) {
+  TempDir dir;
+  writeFile(dir / "a.txt", "one\ntwo\nthree");
+  AppState app;
+  app.newStory();
+  app.place(dir / "a.txt");
+  app.newStory();
+  const ProjectDocument start = app.document();
+  const Uuid linked = story(app, 1).id;
+
+  // Update Link undone: blocks, notes, report, base and lastSync come back,
+  // and the link shows modified again.
+  app.replaceBlocks(linked, 1, 1, {Block{.kind = Paragraph::make("Body", "mine")}});
+  writeFile(dir / "a.txt", "one\ntheirs\nthree");
+  app.refreshAllLinkStatuses();
+  const ProjectDocument beforeUpdate = app.document();
+  const auto before = app.snapshot({linked});
+  app.updateFromLinked(linked);
+  ASSERT_EQ(story(app, 1).notes.size(), 1u);
+  const auto after = app.snapshot({linked});
+  app.restore(before);
+  EXPECT_EQ(app.document(), beforeUpdate);
+  EXPECT_EQ(app.linkStatuses().at(linked), LinkStatus::modified);
+  app.restore(after);
+  EXPECT_EQ(app.linkStatuses().at(linked), LinkStatus::upToDate);
+  app.restore(before);
+
+  // A deleted story comes back at its place; a placed one goes again.
+  const auto ids = app.storyIDs();
+  const auto deleted = app.snapshot({ids[0]});
+  app.deleteStory(ids[0]);
+  app.restore(deleted);
+  EXPECT_EQ(app.document(), beforeUpdate);
+  const auto absent = app.snapshot({Uuid::random()});
+  ASSERT_FALSE(absent[0].story);
+  app.place(dir / "a.txt");
+  const Uuid placed = story(app, 3).id;
+  app.restore({AppState::StorySlot{.id = placed}});
+  EXPECT_EQ(app.document(), beforeUpdate);
+  EXPECT_FALSE(app.linkStatuses().contains(placed));
+  EXPECT_NE(start, beforeUpdate);
+}
+
 }  // namespace
 }  // namespace inkharbour

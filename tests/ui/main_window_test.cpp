@@ -4,7 +4,12 @@
 // questions are answered by a fake.
 #include <QtTest>
 
+#include <QComboBox>
 #include <QDockWidget>
+#include <QMenu>
+#include <QMimeData>
+#include <QSettings>
+#include <QStandardPaths>
 #include <QLabel>
 #include <QListWidget>
 #include <QPushButton>
@@ -12,15 +17,20 @@
 #include <QTableWidget>
 #include <QTextBlock>
 #include <QTreeWidget>
+#include <QUndoStack>
 
 #include <sys/stat.h>
 
 #include "app/app_state.h"
 #include "importers/docx_reader.h"
 #include "model/document_file.h"
+#include "ui/autosave.h"
 #include "ui/dialogs.h"
 #include "ui/main_window.h"
+#include "ui/notes_panel.h"
+#include "ui/search_panel.h"
 #include "ui/stories_panel.h"
+#include "ui/style_map_sheet.h"
 #include "ui/table_editor.h"
 #include "writer/docx_writer.h"
 
@@ -49,8 +59,19 @@ class FakeDialogs : public Dialogs {
     questions << text;
     return agree;
   }
+  int choose(QWidget*, const QString&, const QString& text, const QStringList& answers) override {
+    questions << text + " " + answers.join('/');
+    return choice;
+  }
+  int choice = -1;
   std::optional<Table> editTable(QWidget*, const Table&) override { return tableAnswer; }
+  std::optional<StyleMap> editStyleMap(QWidget*, const StyleMap&, const QStringList& names) override {
+    offeredStyles = names;
+    return styleMapAnswer;
+  }
   std::optional<Table> tableAnswer;
+  std::optional<StyleMap> styleMapAnswer;
+  QStringList offeredStyles;
 };
 
 Block para(const std::string& text, const std::string& style = "Body") {
@@ -73,6 +94,7 @@ class MainWindowTest : public QObject {
   Q_OBJECT
 
  private slots:
+  void initTestCase();
   void init();
   void cleanup();
 
@@ -84,6 +106,11 @@ class MainWindowTest : public QObject {
   void pushExportAndExcelOneWay();
   void shortcutsAreThere();
   void tableEditorKeepsUntouchedCellsAndAppliesOneUpdate();
+  void undoAndRedoWalkBackAndForthThroughEveryOperationExactly();
+  void styleMappingSheetOffersTheFilesStylesAndAppliesOnPlace();
+  void droppedFilesArePlacedAndRecentDocumentsReopen();
+  void recoveryCopyBringsUnsavedWorkBackAfterACrash();
+  void findInAllStoriesListsHitsAndShowsThem();
 
  private:
   QString file(const QString& name) const { return dir_->filePath(name); }
@@ -94,11 +121,20 @@ class MainWindowTest : public QObject {
     return window_->storiesPanel()->topLevelItem(row)->text(2);
   }
 
+  QTemporaryDir settingsDir_;
   std::unique_ptr<QTemporaryDir> dir_;
   std::unique_ptr<AppState> state_;
   std::unique_ptr<FakeDialogs> dialogs_;
   std::unique_ptr<MainWindow> window_;
 };
+
+// Settings (recent documents, window layout) go to a folder of the test's own.
+void MainWindowTest::initTestCase() {
+  QStandardPaths::setTestModeEnabled(true);
+  QCoreApplication::setOrganizationName(QStringLiteral("InkharbourTests"));
+  QSettings::setDefaultFormat(QSettings::IniFormat);
+  QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, settingsDir_.path());
+}
 
 void MainWindowTest::init() {
   dir_ = std::make_unique<QTemporaryDir>();
@@ -158,10 +194,12 @@ void MainWindowTest::typingAndFormattingReachTheModelAndSurviveSaveAndReopen() {
   QVERIFY(paragraph.runs[0].bold);
   QCOMPARE(paragraph.runs[0].text, std::string("Bold"));
   QVERIFY(!paragraph.runs[1].bold);
-  editor->undo();  // the style
-  editor->undo();  // the bold
+  QCOMPARE(window_->undoStack()->undoText(), QString("Style Heading 1"));
+  window_->action("undo")->trigger();  // the style
+  window_->action("undo")->trigger();  // the bold
   QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 1);
-  editor->redo();
+  QCOMPARE(window_->editor()->blocks(), selected().blocks);
+  window_->action("redo")->trigger();
   QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 2);
 
   // A first save shows the panel; a second one writes without asking.
@@ -211,8 +249,8 @@ void MainWindowTest::externalChangeShowsUpAndUpdateLinkMergesWithConflictNote() 
   QCOMPARE(QString::fromStdString(selected().notes[0].localText), QString("Two. Mine"));
 
   auto* notes = window_->findChild<QDockWidget*>("notesDock");
-  QTRY_VERIFY(notes->widget()->findChild<QPushButton*>() != nullptr);
-  notes->widget()->findChild<QPushButton*>()->click();
+  QTRY_VERIFY(notes->widget()->findChild<QPushButton*>("dismissNote") != nullptr);
+  notes->widget()->findChild<QPushButton*>("dismissNote")->click();
   QTRY_VERIFY(selected().notes.empty());
   QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (0)"));
 }
@@ -276,12 +314,27 @@ void MainWindowTest::pushExportAndExcelOneWay() {
   const auto pushed = DocxReader::read(file("out.docx").toStdString(), {});
   QCOMPARE(blockText(pushed.blocks.at(0)), QString("Exported textPushed "));
 
+  // A co-author's change not merged yet: the push asks what to do.
+  writeDocx(file("out.docx"), {"Theirs"});
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
+  window_->action("pushEdits")->trigger();  // cancelled
+  QCOMPARE(dialogs_->questions.size(), 2);
+  QCOMPARE(dialogs_->questions[1],
+           QString("The linked document has changes that are not in the story. "
+                   "Update Link First/Push Anyway (their changes are lost)"));
+  QCOMPARE(statusOf(0), QString("Modified"));
+  dialogs_->choice = 1;
+  window_->action("pushEdits")->trigger();
+  QTRY_COMPARE(statusOf(0), QString("Up to date"));
+  QCOMPARE(blockText(DocxReader::read(file("out.docx").toStdString(), {}).blocks.at(0)),
+           QString("Exported textPushed "));
+
   // Excel links are one-way: the message shows in the status bar, no question.
   const std::string xlsx = QFINDTESTDATA("../../examples/supply-log.xlsx").toStdString();
   QVERIFY(!xlsx.empty());
   QVERIFY(window_->placeFiles({QString::fromStdString(xlsx)}));
   window_->action("pushEdits")->trigger();
-  QCOMPARE(dialogs_->questions.size(), 1);
+  QCOMPARE(dialogs_->questions.size(), 3);
   QVERIFY(state_->lastError()->starts_with("Excel links are one-way"));
   const auto labels = window_->statusBar()->findChildren<QLabel*>();
   QTRY_VERIFY(std::any_of(labels.begin(), labels.end(), [](QLabel* label) {
@@ -353,6 +406,172 @@ void MainWindowTest::tableEditorKeepsUntouchedCellsAndAppliesOneUpdate() {
   QCOMPARE(selected().blocks.at(0).id, tableBlock.id);
   QCOMPARE(state_->editorReloadToken(), token + 1);
   QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
+}
+
+// Each step, undone, gives back the exact document before it; redone, the
+// exact document after it.
+void MainWindowTest::undoAndRedoWalkBackAndForthThroughEveryOperationExactly() {
+  QUndoStack* stack = window_->undoStack();
+  QList<ProjectDocument> states{state_->document()};
+  QStringList labels;
+  auto step = [&](const QString& label, const std::function<void()>& action) {
+    action();
+    QTRY_COMPARE(stack->count(), states.size());
+    QCOMPARE(stack->undoText(), label);
+    states << state_->document();
+    labels << label;
+  };
+
+  writeDocx(file("a.docx"), {"One.", "Two.", "Three.", "Four."});
+  step("Place “a.docx”", [&] { window_->placeFiles({file("a.docx")}); });
+  StoryEditor* editor = window_->editor();
+  QTextCursor cursor(editor->document()->findBlockByNumber(1));
+  cursor.movePosition(QTextCursor::EndOfBlock);
+  editor->setTextCursor(cursor);
+  step("Typing", [&] { QTest::keyClicks(editor, " Mine"); });
+  step("Edit", [&] { QTest::keyClick(editor, Qt::Key_Return); });
+  step("Bold", [&] {
+    QTextCursor all(editor->document());
+    all.select(QTextCursor::Document);
+    editor->setTextCursor(all);
+    window_->action("bold")->trigger();
+  });
+  writeDocx(file("a.docx"), {"One.", "Two. Theirs", "Three.", "Four, changed."});
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
+  step("Update Link", [&] { window_->action("updateLink")->trigger(); });
+  QCOMPARE(selected().notes.size(), std::size_t(1));
+  step("Dismiss Note", [&] {
+    state_->selectStory(selected().id);
+    emit window_->findChild<NotesPanel*>()->dismissRequested(selected().id, selected().notes[0].id);
+  });
+  step("New Story", [&] { window_->action("newStory")->trigger(); });
+  step("Delete Story", [&] { window_->action("deleteStory")->trigger(); });
+
+  // Back to the start, one step at a time, then forward again.
+  for (qsizetype i = states.size() - 1; i > 0; --i) {
+    QCOMPARE(stack->undoText(), labels[i - 1]);
+    window_->action("undo")->trigger();
+    QCOMPARE(state_->document(), states[i - 1]);
+  }
+  for (qsizetype i = 1; i < states.size(); ++i) {
+    window_->action("redo")->trigger();
+    QCOMPARE(state_->document(), states[i]);
+  }
+  // Undoing Update Link shows the link modified again, the editor the story before it.
+  for (int i = 0; i < 4; ++i) window_->action("undo")->trigger();
+  QCOMPARE(stack->redoText(), QString("Update Link"));
+  QTRY_COMPARE(statusOf(0), QString("Modified"));
+  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
+  QVERIFY(window_->isWindowModified());
+}
+
+void MainWindowTest::styleMappingSheetOffersTheFilesStylesAndAppliesOnPlace() {
+  {
+    StyleMapSheet sheet({{"Epigraph", "Quote"}, {"Odd", "Caption"}}, {"Normal", "Subtitle"});
+    QCOMPARE(sheet.result(), (StyleMap{{"Epigraph", "Quote"}, {"Odd", "Caption"}}));
+    auto* target = qobject_cast<QComboBox*>(sheet.table()->cellWidget(1, 1));
+    QCOMPARE(target->count(), 6);  // the five styles, and the foreign one marked
+    target->setCurrentText("Title");
+    sheet.addRow("Subtitle", "Heading 2");
+    sheet.addRow("  ", "Title");  // no name: left out
+    sheet.table()->setCurrentCell(0, 0);
+    sheet.removeSelectedRow();
+    QCOMPARE(sheet.result(), (StyleMap{{"Odd", "Title"}, {"Subtitle", "Heading 2"}}));
+    auto* name = qobject_cast<QComboBox*>(sheet.table()->cellWidget(0, 0));
+    QCOMPARE(name->count(), 2);
+  }
+
+  const QString example = QFINDTESTDATA("../../examples/the-lighthouse-keeper.docx");
+  QVERIFY(window_->placeFiles({example}));
+  dialogs_->styleMapAnswer = StyleMap{{"heading 1", "Heading 2"}};
+  window_->action("styleMapping")->trigger();
+  QVERIFY(dialogs_->offeredStyles.contains("heading 1"));
+  QCOMPARE(state_->document().styleMap, *dialogs_->styleMapAnswer);
+  QCOMPARE(window_->undoStack()->undoText(), QString("Edit Style Mapping"));
+  QVERIFY(window_->placeFiles({example}));
+  QCOMPARE(std::get<Paragraph>(selected().blocks.at(1).kind).styleName, std::string("Heading 2"));
+  window_->action("undo")->trigger();
+  window_->action("undo")->trigger();
+  QVERIFY(state_->document().styleMap.empty());
+}
+
+void MainWindowTest::droppedFilesArePlacedAndRecentDocumentsReopen() {
+  writeDocx(file("one.docx"), {"One"});
+  writeDocx(file("two.docx"), {"Two"});
+  QMimeData files;
+  files.setUrls({QUrl::fromLocalFile(file("one.docx")), QUrl::fromLocalFile(file("two.docx"))});
+  // A drop comes after an accepted drag enter, as the windowing system sends them.
+  auto dropOnWindow = [&](QMimeData& data) {
+    QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window_.get(), &enter);
+    QVERIFY(enter.isAccepted());
+    QDropEvent drop(QPointF(20, 20), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(window_.get(), &drop);
+  };
+  dropOnWindow(files);
+  QCOMPARE(state_->document().stories.size(), std::size_t(2));
+  QCOMPARE(state_->document().stories[1].name, std::string("two"));
+  QCOMPARE(window_->undoStack()->undoText(), QString("Place 2 Files"));
+
+  dialogs_->answers << QStringList{file("first.inkharbour")};
+  window_->action("saveAs")->trigger();
+  window_->action("newDocument")->trigger();
+  QMimeData document;
+  document.setUrls({QUrl::fromLocalFile(file("first.inkharbour"))});
+  dropOnWindow(document);
+  QCOMPARE(window_->documentPath(), file("first.inkharbour"));
+
+  window_->action("newDocument")->trigger();
+  auto* recent = window_->findChild<QMenu*>("recentMenu");
+  emit recent->aboutToShow();
+  QCOMPARE(recent->actions().first()->toolTip(), file("first.inkharbour"));
+  recent->actions().first()->trigger();
+  QCOMPARE(state_->document().stories.size(), std::size_t(2));
+}
+
+void MainWindowTest::recoveryCopyBringsUnsavedWorkBackAfterACrash() {
+  window_->action("newStory")->trigger();
+  dialogs_->answers << QStringList{file("book.inkharbour")};
+  window_->action("save")->trigger();
+  QTRY_VERIFY(window_->editor()->hasFocus());
+  QTest::keyClicks(window_->editor(), "Unsaved words");
+  QTRY_VERIFY(window_->isWindowModified());
+  window_->autosave()->writeNow();
+  window_->autosave()->finish();
+  QVERIFY(QFileInfo::exists(file(".book.inkharbour.recovery")));
+  const ProjectDocument unsaved = state_->document();
+
+  // The session dies; the next one opens the document and is offered the copy.
+  AppState state;
+  FakeDialogs dialogs;
+  dialogs.choice = 0;
+  {
+    MainWindow next(state, dialogs);
+    QVERIFY(next.openDocumentFile(file("book.inkharbour")));
+    QCOMPARE(dialogs.questions.size(), 1);
+    QVERIFY(dialogs.questions[0].contains("ended unexpectedly"));
+    QCOMPARE(state.document(), unsaved);
+    QVERIFY(next.hasUnsavedChanges());
+    next.action("save")->trigger();  // a clean save removes the copy
+    QVERIFY(!QFileInfo::exists(file(".book.inkharbour.recovery")));
+    QVERIFY(!next.hasUnsavedChanges());
+    dialogs.saveChoice = Dialogs::SaveChoice::discard;
+  }
+  QCOMPARE(DocumentFile::read(file("book.inkharbour").toStdString()), unsaved);
+}
+
+void MainWindowTest::findInAllStoriesListsHitsAndShowsThem() {
+  writeDocx(file("a.docx"), {"The keeper climbs.", "Nothing here."});
+  writeDocx(file("b.docx"), {"Another KEEPER, and a keeper."});
+  QVERIFY(window_->placeFiles({file("a.docx"), file("b.docx")}));
+  window_->action("findAll")->trigger();
+  auto* panel = window_->findChild<SearchPanel*>();
+  panel->start("keeper");
+  QCOMPARE(panel->results()->topLevelItemCount(), 2);  // one row a paragraph
+  QCOMPARE(panel->results()->topLevelItem(1)->text(0), QString("b"));
+  emit panel->results()->itemActivated(panel->results()->topLevelItem(0), 0);
+  QCOMPARE(selected().name, std::string("a"));
+  QTRY_COMPARE(window_->editor()->highlightCount(), 1);
 }
 
 QTEST_MAIN(MainWindowTest)
