@@ -65,6 +65,27 @@ xdotool key ctrl+shift+u
 sleep 1.5
 shot 03-merged.png
 
+# The change review of that merge.
+xdotool key ctrl+shift+r
+sleep 1
+xdotool mousemove 60 729 click 1   # the conflict's row
+sleep 0.5
+shot 05-review.png
+
+# The table editor (a double-click on the table's preview), then the style mapping sheet.
+xdotool mousemove 420 567 click --repeat 2 --delay 80 1
+sleep 1
+shot 06-table-editor.png
+xdotool key Escape
+sleep 0.5
+xdotool key alt+o
+sleep 0.3
+xdotool key m
+sleep 1
+shot 07-style-mapping.png
+xdotool key Escape
+sleep 0.3
+
 # The workbook is the second story in the stories panel.
 xdotool mousemove 40 118 click 1
 sleep 1

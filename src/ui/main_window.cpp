@@ -106,7 +106,12 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
   connect(editor_, &StoryEditor::wordCountChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &QTextEdit::selectionChanged, this, &MainWindow::updateStatusBar);
   connect(editor_, &StoryEditor::formatChanged, this, &MainWindow::updateActions);
-  connect(editor_, &StoryEditor::tableActivated, this, &MainWindow::editTable);
+  // The table editor opens once the double-click is over: a dialog run inside
+  // the mouse handler would leave the editor believing the button still down,
+  // and the next move would start dragging the table.
+  connect(editor_, &StoryEditor::tableActivated, this, [this](const Uuid& blockID) {
+    QTimer::singleShot(0, this, [this, blockID] { editTable(blockID); });
+  });
   connect(editor_, &StoryEditor::editFinished, this, &MainWindow::finishEdit);
   connect(editor_, &StoryEditor::undoRequested, undoStack_, &QUndoStack::undo);
   connect(editor_, &StoryEditor::redoRequested, undoStack_, &QUndoStack::redo);

@@ -402,7 +402,7 @@ void MainWindowTest::tableEditorKeepsUntouchedCellsAndAppliesOneUpdate() {
   dialogs_->tableAnswer = answer;
   const auto token = state_->editorReloadToken();
   emit window_->editor()->tableActivated(tableBlock.id);
-  QCOMPARE(std::get<Table>(selected().blocks.at(0).kind), answer);
+  QTRY_COMPARE(std::get<Table>(selected().blocks.at(0).kind), answer);
   QCOMPARE(selected().blocks.at(0).id, tableBlock.id);
   QCOMPARE(state_->editorReloadToken(), token + 1);
   QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
