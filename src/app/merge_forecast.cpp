@@ -12,12 +12,24 @@ void count(MergeForecast& forecast, const std::vector<ChangeRecord>& changes) {
   using Kind = ChangeRecord::Kind;
   for (const auto& change : changes) {
     switch (change.kind) {
-      case Kind::externalEdit: ++forecast.externalEdits; break;
-      case Kind::localKept: ++forecast.localKept; break;
-      case Kind::bothSame: ++forecast.bothSame; break;
-      case Kind::structural: ++forecast.structural; break;
-      case Kind::conflict: ++forecast.conflicts; break;
-      case Kind::tableCells: ++forecast.tableCells; break;
+      case Kind::externalEdit:
+        ++forecast.externalEdits;
+        break;
+      case Kind::localKept:
+        ++forecast.localKept;
+        break;
+      case Kind::bothSame:
+        ++forecast.bothSame;
+        break;
+      case Kind::structural:
+        ++forecast.structural;
+        break;
+      case Kind::conflict:
+        ++forecast.conflicts;
+        break;
+      case Kind::tableCells:
+        ++forecast.tableCells;
+        break;
     }
   }
 }
@@ -29,7 +41,8 @@ void count(MergeForecast& forecast, const std::vector<ChangeRecord>& changes) {
 std::int64_t tablesChanged(const std::vector<Block>& local, const std::vector<Block>& merged) {
   std::map<Uuid, const Table*> localTables;
   for (const auto& block : local) {
-    if (const auto* table = std::get_if<Table>(&block.kind)) localTables.try_emplace(block.id, table);
+    if (const auto* table = std::get_if<Table>(&block.kind))
+      localTables.try_emplace(block.id, table);
   }
   std::int64_t changed = 0;
   for (const auto& block : merged) {

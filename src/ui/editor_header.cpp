@@ -69,6 +69,7 @@ EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEd
   path_->setAccessibleName(tr("Linked file"));
   statusIcon_->setAccessibleName(tr("Link status"));
   status_->setAccessibleName(tr("Link status"));
+  forecast_->setObjectName(QStringLiteral("linkForecast"));
   forecast_->setAccessibleName(tr("Update Link forecast"));
   setAutoFillBackground(true);
   setBackgroundRole(QPalette::AlternateBase);

@@ -955,7 +955,8 @@ void MainWindow::unlink() {
   const Uuid id = story.id;
   if (!dialogs_.confirm(this, tr("Unlink"),
                         tr("Unlink “%1” from “%2”? The story keeps its text, but changes to the "
-                           "file will no longer be merged in, and edits can no longer be pushed.")
+                           "file will no longer be merged in, and edits can no longer be pushed "
+                           "(Edit ▸ Undo links it again).")
                             .arg(fromStd(story.name),
                                  QFileInfo(fromStd(story.link->path)).fileName()),
                         tr("Unlink"))) {
@@ -974,8 +975,8 @@ void MainWindow::deleteStory() {
   const Story& story = state_.document().stories[*index];
   const Uuid id = story.id;
   if (!dialogs_.confirm(this, tr("Delete Story"),
-                        tr("Delete the story “%1”? Its text, footnotes and notes are removed "
-                           "from this document; a linked file is not touched.")
+                        tr("Delete the story “%1”? Its text, footnotes and notes leave this "
+                           "document (Edit ▸ Undo brings them back); a linked file is not touched.")
                             .arg(fromStd(story.name)),
                         tr("Delete"))) {
     return;

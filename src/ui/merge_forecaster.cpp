@@ -117,8 +117,8 @@ void MergeForecaster::start(const Uuid& storyID, Basis basis) {
   if (!request) return;
   requestedMs_[storyID] = clock_.elapsed();
   running_ = Running{storyID, std::move(basis)};
-  watcher_.setFuture(QtConcurrent::run(
-      [request = std::move(*request)] { return runForecast(request); }));
+  watcher_.setFuture(
+      QtConcurrent::run([request = std::move(*request)] { return runForecast(request); }));
 }
 
 void MergeForecaster::onFinished() {
@@ -126,11 +126,10 @@ void MergeForecaster::onFinished() {
   Running done = std::move(*running_);
   running_.reset();
   const auto result = watcher_.result();
-  forecasts_[done.storyID] =
-      Forecast{.basis = std::move(done.basis),
-               .text = result ? std::optional(QString::fromStdString(describe(*result)))
-                              : std::nullopt,
-               .outOfDate = false};
+  forecasts_[done.storyID] = Forecast{
+      .basis = std::move(done.basis),
+      .text = result ? std::optional(QString::fromStdString(describe(*result))) : std::nullopt,
+      .outOfDate = false};
   // Drops it again when the story changed meanwhile, and starts the next.
   update();
   emit forecastChanged();

@@ -2,6 +2,8 @@
 // reads, and agreement with what Update Link then reports.
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 #include "app/app_state.h"
 #include "app/merge_forecast.h"
 #include "support/fixtures.h"
@@ -10,70 +12,64 @@ namespace inkharbour {
 namespace {
 
 using testing::TempDir, testing::writeFile;
-using Lines = std::vector<std::string>;
-
 Block para(const std::string& text) {
   return Block{.kind = Paragraph::make("Body", text)};
 }
 
-std::vector<Block> paragraphs(const Lines& texts) {
+// One block per word: a paragraph, or for "[x|y]" a table of one row.
+std::vector<Block> blocks(const std::string& words) {
   std::vector<Block> out;
-  for (const auto& text : texts) out.push_back(para(text));
+  std::istringstream in(words);
+  for (std::string word; in >> word;) {
+    if (word.front() != '[') {
+      out.push_back(para(word));
+      continue;
+    }
+    std::vector<TableCell> row;
+    std::istringstream cells(word.substr(1, word.size() - 2));
+    for (std::string cell; std::getline(cells, cell, '|');) {
+      row.push_back(TableCell{.paragraphs = {Paragraph::make("Body", cell)}});
+    }
+    out.push_back(Block{.kind = Table{.rows = {row}}});
+  }
   return out;
 }
 
-Block table(const Lines& cells) {
-  std::vector<TableCell> row;
-  for (const auto& text : cells) row.push_back(TableCell{.paragraphs = {Paragraph::make("Body", text)}});
-  return Block{.kind = Table{.rows = {row}}};
-}
-
 std::vector<Footnote> footnote(const std::string& text) {
+  if (text.empty()) return {};
   return {Footnote{.id = 1, .paragraphs = {Paragraph::make("Body", text)}}};
 }
 
-struct Case {
-  std::string name;
-  std::vector<Block> base, local, external;
-  MergeForecast expected;
-  std::string text;
-  std::vector<Footnote> baseNotes = {}, localNotes = {}, externalNotes = {};
-};
-
 TEST(MergeForecast, CountsTheRecordsAndNotesOfTheMerge) {
-  const Lines abc = {"a", "b", "c"};
-  const Lines seven = {"a", "b", "c", "d", "e", "f", "g"};
-  const Case cases[] = {
-      {"nothing", paragraphs(abc), paragraphs(abc), paragraphs(abc), {}, "no changes to merge"},
-      {"one external edit", paragraphs(abc), paragraphs(abc), paragraphs({"a", "B", "c"}),
-       {.externalEdits = 1}, "1 external edit"},
-      {"three external edits and a conflict", paragraphs(seven),
-       paragraphs({"a", "b", "c", "d", "e", "f", "mine"}),
-       paragraphs({"A", "b", "C", "d", "E", "f", "theirs"}),
-       {.externalEdits = 3, .conflicts = 1, .notes = 1}, "3 external edits, 1 conflict"},
-      {"two conflicts", paragraphs(abc), paragraphs({"mine", "b", "mine too"}),
-       paragraphs({"theirs", "b", "theirs too"}), {.conflicts = 2, .notes = 2}, "2 conflicts"},
-      {"local edits are kept, not announced", paragraphs(abc), paragraphs({"A", "b", "c"}),
-       paragraphs({"a", "b", "c", "d"}), {.externalEdits = 1, .localKept = 1}, "1 external edit"},
-      {"the same edit on both sides", paragraphs(abc), paragraphs({"a", "B", "c"}),
-       paragraphs({"a", "B", "c"}), {.bothSame = 1}, "no changes to merge"},
-      {"independent insertions", paragraphs(abc), paragraphs({"a", "mine", "c"}),
-       paragraphs({"a", "b", "theirs", "c"}), {.structural = 1}, "1 external edit"},
-      {"table cells from both sides", {table({"x", "y"})}, {table({"x", "mine"})},
-       {table({"X", "theirs"})}, {.tableCells = 1, .tablesChanged = 1, .notes = 1, .cellConflicts = 1},
-       "1 external edit, 1 conflict"},
-      {"a table changed only locally", {para("a"), para("m"), table({"x", "y"}), para("n")},
-       {para("a"), para("m"), table({"x", "mine"}), para("n")},
-       {para("A"), para("m"), table({"x", "y"}), para("n")}, {.externalEdits = 1, .tableCells = 1},
-       "1 external edit"},
-      {"a footnote edited on both sides", paragraphs(abc), paragraphs(abc), paragraphs(abc),
-       {.conflicts = 1, .notes = 1}, "1 conflict", footnote("n"), footnote("mine"),
-       footnote("theirs")},
+  struct Case {
+    std::string name, base, local, external;
+    MergeForecast expected;
+    std::string text;
+    std::string baseNote = "", localNote = "", externalNote = "";
   };
+  // clang-format off
+  const Case cases[] = {
+      {"nothing", "a b c", "a b c", "a b c", {}, "no changes to merge"},
+      {"external edits and a conflict", "a b c d e f g", "a b c d e f mine", "A b C d E f theirs",
+       {.externalEdits = 3, .conflicts = 1, .notes = 1}, "3 external edits, 1 conflict"},
+      {"two conflicts", "a b c", "mine b mine2", "theirs b theirs2",
+       {.conflicts = 2, .notes = 2}, "2 conflicts"},
+      {"local edits are kept, not announced", "a b c", "A b c", "a b c d",
+       {.externalEdits = 1, .localKept = 1}, "1 external edit"},
+      {"the same edit on both sides", "a b c", "a B c", "a B c", {.bothSame = 1}, "no changes to merge"},
+      {"independent insertions", "a b c", "a mine c", "a b theirs c", {.structural = 1}, "1 external edit"},
+      {"table cells from both sides", "[x|y]", "[x|mine]", "[X|theirs]",
+       {.tableCells = 1, .tablesChanged = 1, .notes = 1, .cellConflicts = 1}, "1 external edit, 1 conflict"},
+      {"a table changed only locally", "a m [x|y] n", "a m [x|mine] n", "A m [x|y] n",
+       {.externalEdits = 1, .tableCells = 1}, "1 external edit"},
+      {"a footnote edited on both sides", "a", "a", "a", {.conflicts = 1, .notes = 1}, "1 conflict",
+       "n", "mine", "theirs"},
+  };
+  // clang-format on
   for (const auto& c : cases) {
-    const StoryLink link{.path = "/nowhere.txt", .baseBlocks = c.base, .baseFootnotes = c.baseNotes};
-    const auto forecast =
-        forecastMerge(link, c.local, c.localNotes, ImportResult{c.external, c.externalNotes});
+    const StoryLink link{.baseBlocks = blocks(c.base), .baseFootnotes = footnote(c.baseNote)};
+    const auto forecast = forecastMerge(link, blocks(c.local), footnote(c.localNote),
+                                        ImportResult{blocks(c.external), footnote(c.externalNote)});
     EXPECT_EQ(forecast, c.expected) << c.name;
     EXPECT_EQ(describe(forecast), c.text) << c.name;
   }
@@ -89,7 +85,7 @@ TEST(MergeForecast, RequestReadsTheFileAndForetellsUpdateLink) {
   app.newStory();
   const Uuid unlinked = app.document().stories.back().id;
   const Uuid id = app.document().stories.front().id;
-  app.replaceBlocks(id, 3, 1, paragraphs({"my four"}));
+  app.replaceBlocks(id, 3, 1, {para("my four")});
   writeFile(dir / "chapter.txt", "ONE\ntwo\nthree\ntheir four\nfive\nsix");
 
   EXPECT_FALSE(forecastRequest(app.document(), unlinked));

@@ -622,11 +622,18 @@ void StoryEditorTest::layoutPlacesBlocksEndToEnd() {
   h.caret(3000, 0);
   QTest::keyClicks(&h.editor, std::string(300, 'x').c_str());  // the paragraph grows by lines
   QTest::keyClick(&h.editor, Qt::Key_Return);
+  h.caret(507, 0);  // at a table: the text goes into a new paragraph in front of it
+  QTest::keyClicks(&h.editor, "m");
   CHECK(h);
+  QCOMPARE(shape({h.model.begin() + 507, h.model.begin() + 509}),
+           QStringLiteral("Body:m | table"));
   qreal bottom = layout->blockBoundingRect(h.document().firstBlock()).top();
   for (QTextBlock block = h.document().firstBlock(); block.isValid(); block = block.next()) {
     const QRectF rect = layout->blockBoundingRect(block);
     QCOMPARE(rect.top(), bottom);
+    // The block's lines (a table's preview among them) fit in its span.
+    QVERIFY2(block.layout()->boundingRect().bottom() <= rect.height(),
+             qPrintable(QString::number(block.blockNumber())));
     bottom = rect.bottom();
     if (block.blockNumber() % 97 == 0) {
       QCOMPARE(h.document().findBlock(layout->hitTest(rect.center(), Qt::FuzzyHit)), block);
