@@ -37,6 +37,7 @@
 #include "ui/footnotes_panel.h"
 #include "ui/icons.h"
 #include "ui/link_poller.h"
+#include "ui/merge_forecaster.h"
 #include "ui/notes_panel.h"
 #include "ui/search_panel.h"
 #include "ui/stories_panel.h"
@@ -100,6 +101,11 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
   statusBar()->addPermanentWidget(linksLabel_);
 
   poller_ = new LinkPoller(state_, this);
+  // What Update Link would do, worked out off the UI thread for modified links.
+  forecaster_ = new MergeForecaster(state_, this);
+  stories_->setForecaster(forecaster_);
+  header_->setForecaster(forecaster_);
+  connect(forecaster_, &MergeForecaster::forecastChanged, this, &MainWindow::scheduleRefresh);
   autosave_ = new Autosave(state_, [this] { return hasUnsavedChanges(); }, this);
   state_.setObserver([this] { scheduleRefresh(); });
   connect(editor_, &StoryEditor::blocksEdited, this, &MainWindow::recordEdit);
@@ -490,6 +496,7 @@ void MainWindow::refreshNow() {
 void MainWindow::refresh() {
   refreshQueued_ = false;
   syncEditor();
+  forecaster_->refresh();
   stories_->refresh();
   header_->refresh();
   footnotes_->refresh();

@@ -38,6 +38,7 @@ class EditorHeader;
 class FindBar;
 class FootnotesPanel;
 class LinkPoller;
+class MergeForecaster;
 class ChangeReview;
 class NotesPanel;
 class SearchPanel;
@@ -153,6 +154,7 @@ class MainWindow : public QMainWindow {
   FindBar* findBar_ = nullptr;
   QStackedWidget* centre_ = nullptr;
   LinkPoller* poller_ = nullptr;
+  MergeForecaster* forecaster_ = nullptr;
   QLabel* errorLabel_ = nullptr;
   QToolButton* errorDismiss_ = nullptr;
   QLabel* messageLabel_ = nullptr;
