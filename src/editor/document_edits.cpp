@@ -1,5 +1,6 @@
 #include "editor/document_edits.h"
 
+#include <QRegularExpression>
 #include <QTextBlock>
 #include <QTextCursor>
 #include <QTextDocument>
@@ -137,6 +138,16 @@ int removeSelection(QTextCursor& cursor) {
   return caret.position() + std::min(caretOffset, caret.length() - 1);
 }
 
+int replaceObjectByParagraph(QTextCursor& cursor) {
+  const QTextBlock block = cursor.document()->findBlock(cursor.selectionStart());
+  if (!TB::isAtomic(block) || cursor.selectionStart() != block.position() ||
+      cursor.selectionEnd() != block.position() + 1) {
+    return -1;
+  }
+  return TB::replaceBlocks(cursor, block.blockNumber(), 1,
+                           {paragraphBlock(Uuid::random(), "Body", {})});
+}
+
 int openParagraphBeside(QTextCursor& cursor) {
   const QTextBlock block = cursor.block();
   const QTextBlockFormat paragraph = TB::paragraphFormat(QStringLiteral("Body"), Uuid::random());
@@ -211,6 +222,56 @@ int insertBlocks(QTextCursor& cursor, const std::vector<Block>& blocks) {
   result.push_back(std::move(*open));
   TB::replaceBlocks(cursor, number, 1, result);
   return cursor.document()->findBlockByNumber(number + caretBlock).position() + caretOffset;
+}
+
+bool isPlainText(const QTextBlock& block, int from, int to) {
+  if (from < 0 || to > block.length() - 1 || from >= to || TB::isAtomic(block)) return false;
+  for (auto it = block.begin(); !it.atEnd(); ++it) {
+    const QTextFragment fragment = it.fragment();
+    const int start = fragment.position() - block.position();
+    if (start >= to) break;
+    if (start + fragment.length() > from &&
+        fragment.charFormat().hasProperty(TB::kFootnoteProperty)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+std::vector<std::pair<int, int>> hits(const QTextBlock& block, const QString& text,
+                                      Qt::CaseSensitivity sensitivity) {
+  std::vector<std::pair<int, int>> found;
+  if (text.isEmpty() || TB::isAtomic(block)) return found;
+  const QString content = block.text();
+  const auto length = static_cast<int>(text.size());
+  for (auto at = content.indexOf(text, 0, sensitivity); at >= 0;
+       at = content.indexOf(text, at + length, sensitivity)) {
+    const auto start = static_cast<int>(at);
+    if (isPlainText(block, start, start + length)) found.emplace_back(start, start + length);
+  }
+  return found;
+}
+
+int replaceText(QTextCursor& cursor, int from, int to, const QString& replacement) {
+  static const QRegularExpression lineEnd(QStringLiteral("\r\n|[\n\r\u2029]"));
+  cursor.setPosition(from + 1);
+  QTextCharFormat format = cursor.charFormat();
+  if (format.hasProperty(TB::kFootnoteProperty)) {
+    format.clearProperty(TB::kFootnoteProperty);
+    format.clearProperty(TB::kScriptProperty);
+    format.setVerticalAlignment(QTextCharFormat::AlignNormal);
+  }
+  QString text = replacement;
+  text.replace(lineEnd, QString(QChar::LineSeparator));
+  text.remove(QChar::ObjectReplacementCharacter);  // objects come only as blocks
+  cursor.setPosition(from);
+  cursor.setPosition(to, QTextCursor::KeepAnchor);
+  if (text.isEmpty()) {
+    cursor.removeSelectedText();
+  } else {
+    cursor.insertText(text, format);
+  }
+  return cursor.position();
 }
 
 std::vector<Block> selectedBlocks(const QTextCursor& selection) {

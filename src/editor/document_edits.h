@@ -7,8 +7,9 @@
 // document), and return the position where the caret belongs afterwards.
 #pragma once
 
-#include <QtGlobal>
+#include <QString>
 
+#include <utility>
 #include <vector>
 
 #include "model/story.h"
@@ -30,6 +31,12 @@ bool touchesAtomic(const QTextCursor& selection);
 // paragraph.
 int removeSelection(QTextCursor& cursor);
 
+// With the selection exactly one table's or picture's character: that block
+// becomes an empty "Body" paragraph with a fresh id, so that what is typed
+// takes its place. Returns the paragraph's position, or -1 (and does
+// nothing) for any other selection.
+int replaceObjectByParagraph(QTextCursor& cursor);
+
 // With the cursor in a table's or picture's block: an empty "Body"
 // paragraph after it (cursor after the object) or before it (cursor before).
 int openParagraphBeside(QTextCursor& cursor);
@@ -41,6 +48,22 @@ int openParagraphBeside(QTextCursor& cursor);
 // tables and pictures get blocks of their own. The caret goes to the end of
 // the pasted content.
 int insertBlocks(QTextCursor& cursor, const std::vector<Block>& blocks);
+
+// True when the block's characters [from, to) can be replaced as text: they
+// lie within a paragraph and take in no part of a footnote mark.
+bool isPlainText(const QTextBlock& block, int from, int to);
+
+// Where `text` occurs in the block as plain text (see isPlainText), as
+// (start, end) offsets within it, left to right and not overlapping. None in
+// a table or picture, and none for an empty text.
+std::vector<std::pair<int, int>> hits(const QTextBlock& block, const QString& text,
+                                      Qt::CaseSensitivity sensitivity);
+
+// Replaces the document's characters [from, to), which lie within one
+// paragraph, by `replacement` in the format of the first of them (a footnote
+// mark's without the mark). Line ends in `replacement` become line breaks
+// within the paragraph. Returns the position after the new text.
+int replaceText(QTextCursor& cursor, int from, int to, const QString& replacement);
 
 // The selection as blocks to copy: the selected part of each paragraph it
 // touches (with a fresh id) and the tables and pictures whose character it

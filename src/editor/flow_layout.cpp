@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <numeric>
 
 namespace inkharbour {
 
@@ -82,6 +83,7 @@ struct FlowLayout::Flow {
   std::vector<qreal> heights;
   std::vector<char> exact;  // laid out (else estimated)
   std::vector<qreal> tops;  // heights.size() + 1 entries; [0, validTops) are right
+  qreal total = 0;          // the sum of the heights (whole pixels: exact)
   std::size_t validTops = 0;
   std::size_t estimates = 0;
   std::size_t nextEstimate = 0;  // where the background step looks first
@@ -107,7 +109,7 @@ struct FlowLayout::Flow {
     return tops[index];
   }
 
-  qreal bottom() { return top(size()); }
+  qreal bottom() const { return margin() + total; }
 
   // The block whose span holds y, clamped to the first and last block.
   std::size_t indexAt(qreal y) {
@@ -121,6 +123,7 @@ struct FlowLayout::Flow {
 
   void setHeight(std::size_t index, qreal height) {
     if (heights[index] == height) return;
+    total += height - heights[index];
     heights[index] = height;
     validTops = std::min(validTops, index + 1);
   }
@@ -157,9 +160,16 @@ struct FlowLayout::Flow {
     return y + format.bottomMargin();
   }
 
+  // False between a change of the block count and its documentChanged, as
+  // inside an edit block: block numbers past the change then name other
+  // entries than their own, and a height measured now would land on the
+  // wrong block (a table's span taken by the paragraph typed in front of
+  // it). Until the change arrives the entries are read as they are.
+  bool inStep() const { return document->blockCount() == static_cast<int>(heights.size()); }
+
   // Lays the block out unless it is; returns whether its height changed.
   bool makeExact(std::size_t index, const QTextBlock& block) {
-    if (exact[index] && block.layout()->lineCount() > 0) return false;
+    if (!inStep() || (exact[index] && block.layout()->lineCount() > 0)) return false;
     if (!exact[index]) {
       exact[index] = 1;
       --estimates;
@@ -169,15 +179,26 @@ struct FlowLayout::Flow {
     return heights[index] != before;
   }
 
-  // Blocks [first, first + removed) gave way to `count` estimated ones.
+  // Blocks [first, first + removed) gave way to `count` ones of no height,
+  // to be laid out or estimated. Entries are reused where the counts allow,
+  // so that the edit of one block moves none.
   void splice(std::size_t first, std::size_t removed, std::size_t count) {
-    for (std::size_t i = first; i < first + removed; ++i) estimates -= exact[i] ? 0 : 1;
-    const auto at = static_cast<std::ptrdiff_t>(first);
-    heights.erase(heights.begin() + at,
-                  heights.begin() + at + static_cast<std::ptrdiff_t>(removed));
-    exact.erase(exact.begin() + at, exact.begin() + at + static_cast<std::ptrdiff_t>(removed));
-    heights.insert(heights.begin() + at, count, 0);
-    exact.insert(exact.begin() + at, count, 0);
+    for (std::size_t i = first; i < first + removed; ++i) {
+      estimates -= exact[i] ? 0 : 1;
+      total -= heights[i];
+    }
+    const std::size_t common = std::min(removed, count);
+    std::fill_n(heights.begin() + static_cast<std::ptrdiff_t>(first), common, 0);
+    std::fill_n(exact.begin() + static_cast<std::ptrdiff_t>(first), common, 0);
+    const auto at = static_cast<std::ptrdiff_t>(first + common);
+    if (removed > common) {
+      const auto gone = static_cast<std::ptrdiff_t>(removed - common);
+      heights.erase(heights.begin() + at, heights.begin() + at + gone);
+      exact.erase(exact.begin() + at, exact.begin() + at + gone);
+    } else {
+      heights.insert(heights.begin() + at, count - common, 0);
+      exact.insert(exact.begin() + at, count - common, 0);
+    }
     estimates += count;
     validTops = std::min(validTops, first + 1);
     if (nextEstimate > size()) nextEstimate = first;
@@ -306,11 +327,11 @@ void FlowLayout::documentChanged(int from, int charsRemoved, int charsAdded) {
   QTextBlock block = first;
   for (std::size_t i = at; i < at + static_cast<std::size_t>(count); ++i, block = block.next()) {
     if (flow.width <= 0) {
-      flow.heights[i] = flow.lineHeight;  // no page yet: nothing to lay out against
-    } else if (count <= kImmediateBlocks) {
+      flow.setHeight(i, flow.lineHeight);  // no page yet: nothing to lay out against
+    } else if (count <= kImmediateBlocks && !lazy_) {
       flow.makeExact(i, block);
     } else {
-      flow.heights[i] = flow.estimate(block);
+      flow.setHeight(i, flow.estimate(block));
     }
   }
   if (flow.width > 0 && flow.estimates > 0 && !background_.isActive()) background_.start(0, this);
@@ -344,6 +365,7 @@ void FlowLayout::relayoutAll() {
     ++flow.estimates;
     flow.heights[index] = width > 0 ? flow.estimate(block) : flow.lineHeight;
   }
+  flow.total = std::accumulate(flow.heights.begin(), flow.heights.end(), qreal(0));
   flow.validTops = 0;
   flow.nextEstimate = 0;
   if (width > 0 && count <= static_cast<std::size_t>(kImmediateStory)) completeLayout();
@@ -388,6 +410,7 @@ void FlowLayout::timerEvent(QTimerEvent* event) {
     background_.stop();
     return;
   }
+  if (!flow.inStep()) return;  // a change is on its way: the next tick goes on
   // Blocks above the view first stand where they stand; what their layout
   // adds or takes away is handed to the view to scroll by.
   QElapsedTimer clock;

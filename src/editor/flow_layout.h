@@ -47,6 +47,9 @@ class FlowLayout final : public QAbstractTextDocumentLayout {
 
   // The top of the view, in document coordinates.
   void setViewTop(qreal y) { viewTop_ = y; }
+  // While lazy, changed blocks count with an estimate, as blocks never laid
+  // out do: for edits of many blocks one at a time, most of them out of view.
+  void setLazy(bool lazy) { lazy_ = lazy; }
   // True once every block is laid out (no estimate left).
   bool isComplete() const;
   // Lays out every block now.
@@ -70,6 +73,7 @@ class FlowLayout final : public QAbstractTextDocumentLayout {
   std::unique_ptr<QObject> images_;
   int cursorWidth_ = 1;
   qreal viewTop_ = 0;
+  bool lazy_ = false;
   QBasicTimer background_;
   QBasicTimer sizeChange_;
 };

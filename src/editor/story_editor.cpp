@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QDropEvent>
 #include <QKeyEvent>
 #include <QMenu>
 #include <QMimeData>
@@ -101,6 +102,21 @@ bool isUndoOrRedo(const QKeyEvent* event) {
 bool mayEdit(QEvent::Type type) {
   return type == QEvent::KeyPress || type == QEvent::InputMethod || type == QEvent::MouseMove ||
          type == QEvent::Drop;
+}
+
+// Files dragged in from a file manager are the window's to place or open:
+// data whose links all name local files is not for the text.
+bool onlyLocalFiles(const QMimeData& data) {
+  const QList<QUrl> urls = data.urls();
+  return !urls.isEmpty() &&
+         std::all_of(urls.begin(), urls.end(), [](const QUrl& url) { return url.isLocalFile(); });
+}
+
+bool isFileDrag(const QEvent* event) {
+  const QEvent::Type type = event->type();
+  if (type != QEvent::DragEnter && type != QEvent::DragMove && type != QEvent::Drop) return false;
+  const QMimeData* data = static_cast<const QDropEvent*>(event)->mimeData();
+  return data && onlyLocalFiles(*data);
 }
 
 }  // namespace
@@ -306,16 +322,20 @@ void StoryEditor::report() {
                     std::holds_alternative<Paragraph>(inserted.front().kind);
     emit blocksEdited(static_cast<std::size_t>(first), static_cast<std::size_t>(removed), inserted);
   }
-  if (*words_ != wordsBefore) emit wordCountChanged();
+  wordsChanged_ = wordsChanged_ || *words_ != wordsBefore;
+  reported_ = true;
   if (!highlightText_.isEmpty()) highlightTimer_.start();
-  emit formatChanged();
   if (actionDepth_ == 0) finishAction();
 }
 
+// The signals about the state after an action go once, however many
+// changes it made (a Replace All makes thousands).
 void StoryEditor::finishAction() {
   const int edits = std::exchange(actionEdits_, 0);
   const bool typing = std::exchange(typingKey_, false) && edits == 1 && oneParagraph_;
   oneParagraph_ = true;
+  if (std::exchange(wordsChanged_, false)) emit wordCountChanged();
+  if (std::exchange(reported_, false)) emit formatChanged();
   if (edits > 0) emit editFinished(typing ? EditKind::typing : EditKind::other);
 }
 
@@ -444,6 +464,11 @@ bool StoryEditor::event(QEvent* event) {
 }
 
 bool StoryEditor::viewportEvent(QEvent* event) {
+  if (isFileDrag(event)) {
+    // Left unaccepted, the drag goes on to the widgets around the editor.
+    event->ignore();
+    return true;
+  }
   if (!mayEdit(event->type())) return QTextEdit::viewportEvent(event);
   const UserAction action(*this);
   return QTextEdit::viewportEvent(event);
@@ -520,17 +545,26 @@ void StoryEditor::keyPressEvent(QKeyEvent* event) {
     QTextEdit::keyPressEvent(event);
     return;
   }
-  // At a table or picture the text goes into a paragraph beside it, and the
-  // empty story's block becomes a paragraph, all in one change with the
-  // key's own edit.
+  // One change of the document with the key's own edit.
   cursor.beginEditBlock();
-  Edits::claimEmptyStory(cursor);
-  if (atomicSelection) cursor.setPosition(Edits::removeSelection(cursor));
-  if (TB::isAtomic(cursor.block())) cursor.setPosition(Edits::openParagraphBeside(cursor));
+  makeRoomForText(cursor);
   setTextCursor(cursor);
   cleanTypingFormat();
   QTextEdit::keyPressEvent(event);
   cursor.endEditBlock();
+  ensureCursorVisible();  // where the layout has the new paragraph now
+}
+
+// Text typed at a table or picture goes into a paragraph beside it; typed
+// over one selected alone, into a paragraph in its place; and the empty
+// story's block becomes a paragraph.
+void StoryEditor::makeRoomForText(QTextCursor& cursor) {
+  Edits::claimEmptyStory(cursor);
+  if (cursor.hasSelection() && Edits::touchesAtomic(cursor)) {
+    const int replaced = Edits::replaceObjectByParagraph(cursor);
+    cursor.setPosition(replaced >= 0 ? replaced : Edits::removeSelection(cursor));
+  }
+  if (TB::isAtomic(cursor.block())) cursor.setPosition(Edits::openParagraphBeside(cursor));
 }
 
 // Qt's own Enter clears the format of an empty paragraph (and, with a
@@ -563,14 +597,12 @@ void StoryEditor::inputMethodEvent(QInputMethodEvent* event) {
   QTextCursor cursor = textCursor();
   typingKey_ = !cursor.hasSelection();
   cursor.beginEditBlock();
-  Edits::claimEmptyStory(cursor);
-  if (cursor.hasSelection() && Edits::touchesAtomic(cursor))
-    cursor.setPosition(Edits::removeSelection(cursor));
-  if (TB::isAtomic(cursor.block())) cursor.setPosition(Edits::openParagraphBeside(cursor));
+  makeRoomForText(cursor);
   setTextCursor(cursor);
   cleanTypingFormat();
   QTextEdit::inputMethodEvent(event);
   cursor.endEditBlock();
+  ensureCursorVisible();
 }
 
 void StoryEditor::mouseDoubleClickEvent(QMouseEvent* event) {
@@ -605,7 +637,7 @@ void StoryEditor::scrollContentsBy(int dx, int dy) {
 // --- Clipboard -------------------------------------------------------------------
 
 bool StoryEditor::canInsertFromMimeData(const QMimeData* source) const {
-  return source && PasteFilter::canRead(*source);
+  return source && !onlyLocalFiles(*source) && PasteFilter::canRead(*source);
 }
 
 void StoryEditor::insertFromMimeData(const QMimeData* source) {
@@ -724,6 +756,55 @@ bool StoryEditor::find(const QString& text, bool backward, bool caseSensitive) {
   setTextCursor(found);
   ensureCursorVisible();
   return true;
+}
+
+bool StoryEditor::replaceSelection(const QString& text, const QString& replacement,
+                                   bool caseSensitive) {
+  if (isReadOnly() || text.isEmpty()) return false;
+  const Qt::CaseSensitivity sensitivity = caseSensitive ? Qt::CaseSensitive : Qt::CaseInsensitive;
+  QTextCursor cursor = textCursor();
+  const int start = cursor.selectionStart();
+  const int end = cursor.selectionEnd();
+  const QTextBlock block = document()->findBlock(start);
+  const bool hit = cursor.hasSelection() &&
+                   Edits::isPlainText(block, start - block.position(), end - block.position()) &&
+                   cursor.selectedText().compare(text, sensitivity) == 0;
+  if (hit) {
+    const UserAction action(*this);
+    cursor.beginEditBlock();
+    const int after = Edits::replaceText(cursor, start, end, replacement);
+    cursor.endEditBlock();
+    cursor.setPosition(after);
+    setTextCursor(cursor);
+  }
+  find(text, false, caseSensitive);
+  return hit;
+}
+
+int StoryEditor::replaceAll(const QString& text, const QString& replacement, bool caseSensitive) {
+  if (isReadOnly() || text.isEmpty()) return 0;
+  const Qt::CaseSensitivity sensitivity = caseSensitive ? Qt::CaseSensitive : Qt::CaseInsensitive;
+  const UserAction action(*this);
+  QTextCursor cursor(document());
+  int replaced = 0;
+  // Each changed paragraph is a change of the document by itself, and so an
+  // edit of its own block: the paragraphs between are never read back. The
+  // changed ones are laid out when shown, or else in the background.
+  flow()->setLazy(true);
+  for (QTextBlock block = document()->begin(); block.isValid(); block = block.next()) {
+    const auto found = Edits::hits(block, text, sensitivity);
+    if (found.empty()) continue;
+    const int position = block.position();
+    cursor.beginEditBlock();
+    for (auto it = found.rbegin(); it != found.rend(); ++it) {
+      Edits::replaceText(cursor, position + it->first, position + it->second, replacement);
+    }
+    cursor.endEditBlock();
+    replaced += static_cast<int>(found.size());
+    block = document()->findBlock(position);  // mend() may have rebuilt blocks here
+  }
+  flow()->setLazy(false);
+  return replaced;
 }
 
 void StoryEditor::highlight(const QString& text, bool caseSensitive) {

@@ -1,11 +1,12 @@
 // StoryEditor: the rich text editor of one story, embedded by the main window.
 //
 // It shows the story's blocks through TextBridge (one QTextBlock per model
-// block) and reports every user edit (typing, formatting, paste, cut, drop)
-// as the stretch of model blocks it replaced, mapping back only the blocks
-// the edit touched; editFinished closes the edits of one user action. Ids
-// follow the text: a block keeps its id through edits, the new half of a
-// split paragraph gets a fresh one, and a join keeps the first block's id.
+// block) and reports every user edit (typing, formatting, paste, cut, drop,
+// replacing) as the stretch of model blocks it replaced, mapping back only
+// the blocks the edit touched; editFinished closes the edits of one user
+// action. Ids follow the text: a block keeps its id through edits, the new
+// half of a split paragraph gets a fresh one, and a join keeps the first
+// block's id.
 //
 // The editor keeps no undo history: the document's own is off, and Undo and
 // Redo (their keys and the context menu's entries) are the window's, which
@@ -14,7 +15,12 @@
 // Tables and pictures are atomic. Typing, Enter or a paste at one goes into a
 // new paragraph beside it; Backspace or Delete next to one first selects it,
 // and a second press (or any deletion of a selection that holds it) removes
-// it whole. After every edit each table or picture is alone in its block.
+// it whole; typing over one selected alone puts a "Body" paragraph with the
+// text in its place. After every edit each table or picture is alone in its
+// block.
+//
+// Files dragged in from a file manager are not for the text: the drag passes
+// the editor by, to the window around it.
 //
 // Search highlights and word counts never touch the document.
 #pragma once
@@ -98,6 +104,19 @@ class StoryEditor : public QTextEdit {
   // Selects the next occurrence of `text` after the caret (before it when
   // `backward`), wrapping around the story; false when there is none.
   bool find(const QString& text, bool backward = false, bool caseSensitive = false);
+  // Replacing, one user action each. A hit is an occurrence of `text` in a
+  // paragraph (never in a table or picture) that takes in no part of a
+  // footnote mark; the new text takes the format of the first character it
+  // replaces, and line ends in it become line breaks.
+  //
+  // With the selection a hit, replaces it and selects the next hit (wrapping,
+  // as find() does); otherwise only selects the next. True when it replaced.
+  bool replaceSelection(const QString& text, const QString& replacement,
+                        bool caseSensitive = false);
+  // Replaces every hit in the story, reporting only the paragraphs it
+  // changed; returns how many it replaced.
+  int replaceAll(const QString& text, const QString& replacement, bool caseSensitive = false);
+
   // Marks the occurrences of `text` (none for an empty text) with extra
   // selections. Every occurrence is counted; only those near the visible part
   // are marked, and the marks follow scrolling and edits.
@@ -174,6 +193,7 @@ class StoryEditor : public QTextEdit {
   FlowLayout* flow() const;
 
   bool deleteNextToAtomic(bool backward);
+  void makeRoomForText(QTextCursor& cursor);
   void splitParagraph();
   void pasteBlocks(const std::vector<Block>& blocks);
   void cleanTypingFormat();
@@ -191,9 +211,11 @@ class StoryEditor : public QTextEdit {
 
   // The user action at hand: handlers nest, and the outermost one ends it.
   int actionDepth_ = 0;
-  int actionEdits_ = 0;       // blocksEdited so far
-  bool typingKey_ = false;    // a key that types or erases one character
-  bool oneParagraph_ = true;  // every edit replaced one paragraph by one
+  int actionEdits_ = 0;        // blocksEdited so far
+  bool typingKey_ = false;     // a key that types or erases one character
+  bool oneParagraph_ = true;   // every edit replaced one paragraph by one
+  bool reported_ = false;      // changes settled in this action
+  bool wordsChanged_ = false;  // and the word count changed with them
   bool canUndo_ = false;
   bool canRedo_ = false;
 
