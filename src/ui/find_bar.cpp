@@ -6,8 +6,10 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QLocale>
+#include <QPushButton>
 #include <QStyle>
 #include <QToolButton>
+#include <QVBoxLayout>
 
 #include "editor/story_editor.h"
 
@@ -18,9 +20,15 @@ FindBar::FindBar(StoryEditor& editor, QWidget* parent)
       editor_(editor),
       field_(new QLineEdit(this)),
       matchCase_(new QCheckBox(tr("Match case"), this)),
-      count_(new QLabel(this)) {
-  auto* layout = new QHBoxLayout(this);
-  layout->setContentsMargins(6, 3, 6, 3);
+      count_(new QLabel(this)),
+      replaceRow_(new QWidget(this)),
+      replacement_(new QLineEdit(replaceRow_)) {
+  auto* rows = new QVBoxLayout(this);
+  rows->setContentsMargins(6, 3, 6, 3);
+  rows->setSpacing(3);
+  auto* layout = new QHBoxLayout;
+  rows->addLayout(layout);
+  rows->addWidget(replaceRow_);
   auto* label = new QLabel(tr("Find:"), this);
   label->setBuddy(field_);
   field_->setPlaceholderText(tr("Find in story"));
@@ -44,6 +52,23 @@ FindBar::FindBar(StoryEditor& editor, QWidget* parent)
   layout->addWidget(matchCase_);
   layout->addWidget(count_);
   layout->addWidget(closeButton);
+  auto* replaceLayout = new QHBoxLayout(replaceRow_);
+  replaceLayout->setContentsMargins(0, 0, 0, 0);
+  auto* replaceLabel = new QLabel(tr("Replace:"), replaceRow_);
+  replaceLabel->setBuddy(replacement_);
+  replaceLabel->setMinimumWidth(label->sizeHint().width());
+  replacement_->setPlaceholderText(tr("Replace with"));
+  replacement_->setAccessibleName(tr("Replace with"));
+  auto* replaceOne = new QPushButton(tr("Replace"), replaceRow_);
+  auto* replaceEvery = new QPushButton(tr("Replace All"), replaceRow_);
+  replaceLayout->addWidget(replaceLabel);
+  replaceLayout->addWidget(replacement_, 1);
+  replaceLayout->addWidget(replaceOne);
+  replaceLayout->addWidget(replaceEvery);
+  replaceRow_->hide();
+  connect(replaceOne, &QPushButton::clicked, this, &FindBar::replace);
+  connect(replaceEvery, &QPushButton::clicked, this, &FindBar::replaceAll);
+  connect(replacement_, &QLineEdit::returnPressed, this, &FindBar::replace);
   connect(field_, &QLineEdit::textChanged, this, &FindBar::updateHighlight);
   connect(field_, &QLineEdit::returnPressed, this, &FindBar::findNext);
   connect(matchCase_, &QCheckBox::toggled, this, &FindBar::updateHighlight);
@@ -64,6 +89,28 @@ void FindBar::open() {
   updateHighlight();
 }
 
+void FindBar::openReplace() {
+  replaceRow_->show();
+  open();
+}
+
+void FindBar::replace() {
+  if (field_->text().isEmpty()) return;
+  emit replacing(tr("Replace"));
+  editor_.replaceSelection(field_->text(), replacement_->text(), matchCase_->isChecked());
+  updateHighlight();
+}
+
+void FindBar::replaceAll() {
+  if (field_->text().isEmpty()) return;
+  emit replacing(tr("Replace All"));
+  const int replaced =
+      editor_.replaceAll(field_->text(), replacement_->text(), matchCase_->isChecked());
+  updateHighlight();
+  count_->setText(replaced == 1 ? tr("1 replaced")
+                                : tr("%1 replaced").arg(QLocale().toString(replaced)));
+}
+
 void FindBar::showFor(const QString& text, bool caseSensitive) {
   field_->setText(text);
   matchCase_->setChecked(caseSensitive);
@@ -73,6 +120,7 @@ void FindBar::showFor(const QString& text, bool caseSensitive) {
 
 void FindBar::close() {
   hide();
+  replaceRow_->hide();
   editor_.highlight(QString(), false);
   editor_.setFocus();
 }

@@ -1,6 +1,7 @@
 // The find bar under the story editor: a search field, Previous and Next,
-// Match Case (off by default) and the number of hits. Hits are highlighted
-// without touching the story or its undo.
+// Match Case (off by default) and the number of hits, and on request a
+// replace row (Replace, Replace All). Hits are highlighted without touching
+// the story or its undo; each replacement is one undo step.
 #pragma once
 
 #include <QWidget>
@@ -21,6 +22,11 @@ class FindBar : public QWidget {
 
   // Shows the bar with the editor's selected text (if any) and focuses the field.
   void open();
+  // The same, with the replace row.
+  void openReplace();
+  // Replaces the selected hit and selects the next; replaces every hit.
+  void replace();
+  void replaceAll();
   void close();
   // Selects the next (or previous) hit, wrapping around; opens the bar
   // first when it has nothing to look for.
@@ -31,6 +37,10 @@ class FindBar : public QWidget {
   // Shows the bar looking for `text`, with its hits highlighted.
   void showFor(const QString& text, bool caseSensitive);
 
+ signals:
+  // A replacement is about to change the story: the name of its undo step.
+  void replacing(const QString& undoText);
+
  private:
   void keyPressEvent(QKeyEvent* event) override;
   void find(bool backward);
@@ -39,6 +49,8 @@ class FindBar : public QWidget {
   QLineEdit* field_;
   QCheckBox* matchCase_;
   QLabel* count_;
+  QWidget* replaceRow_;
+  QLineEdit* replacement_;
 };
 
 }  // namespace inkharbour

@@ -198,6 +198,8 @@ void MainWindow::createActions() {
                              {QKeySequence(tr("Ctrl+Shift+R"))});
   reviewAction_->setIconText(tr("Review"));
   reviewAction_->setToolTip(tr("What the last Update Link of this story did"));
+  replaceAction_ = makeAction(this, "replace", tr("Find and &Replace…"),
+                              {QKeySequence(tr("Ctrl+H"))});
   findAllAction_ = makeAction(this, "findAll", tr("Find in &All Stories…"),
                               {QKeySequence(tr("Ctrl+Shift+F"))});
   for (QAction* action : {cutAction_, copyAction_}) action->setEnabled(false);
@@ -301,7 +303,8 @@ void MainWindow::createMenus() {
   edit->addSeparator();
   edit->addActions({cutAction_, copyAction_, pasteAction_, pastePlainAction_});
   edit->addSeparator();
-  edit->addActions({findAction_, findNextAction_, findPreviousAction_, findAllAction_});
+  edit->addActions(
+      {findAction_, findNextAction_, findPreviousAction_, replaceAction_, findAllAction_});
 
   menuBar()->addMenu(storyMenu_);
   storyMenu_->addActions({newStoryAction_, placeAction_});
@@ -444,6 +447,8 @@ QWidget* MainWindow::createCentre() {
     editor_->pastePlainText();
   });
   connect(findAction_, &QAction::triggered, findBar_, &FindBar::open);
+  connect(replaceAction_, &QAction::triggered, findBar_, &FindBar::openReplace);
+  connect(findBar_, &FindBar::replacing, this, &MainWindow::labelNextEdit);
   connect(findNextAction_, &QAction::triggered, findBar_, &FindBar::findNext);
   connect(findPreviousAction_, &QAction::triggered, findBar_, &FindBar::findPrevious);
   return centre_;
@@ -554,7 +559,7 @@ void MainWindow::updateActions() {
   const bool editing = story != nullptr;
   pasteAction_->setEnabled(editing);
   pastePlainAction_->setEnabled(editing);
-  for (QAction* action : {findAction_, findNextAction_, findPreviousAction_}) {
+  for (QAction* action : {findAction_, findNextAction_, findPreviousAction_, replaceAction_}) {
     action->setEnabled(editing);
   }
   const QString style = editing ? editor_->paragraphStyle() : QString();

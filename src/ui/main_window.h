@@ -179,6 +179,7 @@ class MainWindow : public QMainWindow {
   QAction* findNextAction_ = nullptr;
   QAction* findPreviousAction_ = nullptr;
   QAction* findAllAction_ = nullptr;
+  QAction* replaceAction_ = nullptr;
   QAction* reviewAction_ = nullptr;
   QAction* newStoryAction_ = nullptr;
   QAction* placeAction_ = nullptr;

@@ -101,6 +101,12 @@ void MainWindow::finishEdit(StoryEditor::EditKind kind) {
       state_,
       [this](const Uuid& id, std::size_t first, std::size_t removed,
              const std::vector<Block>& inserted) { showEdit(id, first, removed, inserted); },
+      [this](const Uuid& id) {
+        const auto index = state_.selectedStoryIndex();
+        if (editorStory_ == id && index) {
+          editor_->setStory(state_.document().stories[*index].blocks, true);
+        }
+      },
       *editorStory_, std::move(pendingEdits_), typing, text));
   pendingEdits_.clear();
   nextEditLabel_.clear();

@@ -8,6 +8,8 @@ namespace inkharbour {
 namespace {
 
 constexpr int kTypingID = 1;
+// A step of more edits than this is shown by loading the story again.
+constexpr std::size_t kShownEdits = 64;
 // Keystrokes further apart than this start a new undo step.
 constexpr auto kTypingPause = std::chrono::seconds(2);
 
@@ -62,11 +64,12 @@ void StyleMapCommand::undo() {
   state_.setStyleMap(before_);
 }
 
-TextEditCommand::TextEditCommand(AppState& state, ShowEdit showEdit, Uuid storyID,
+TextEditCommand::TextEditCommand(AppState& state, ShowEdit showEdit, Reload reload, Uuid storyID,
                                  std::vector<BlockEdit> edits, bool typing, const QString& text)
     : QUndoCommand(text),
       state_(state),
       showEdit_(std::move(showEdit)),
+      reload_(std::move(reload)),
       storyID_(storyID),
       edits_(std::move(edits)),
       typing_(typing),
@@ -75,9 +78,9 @@ TextEditCommand::TextEditCommand(AppState& state, ShowEdit showEdit, Uuid storyI
 // The model changes first; the editor shows the same change when it shows
 // the story, else it loads the story when it is selected.
 void TextEditCommand::apply(std::size_t first, std::size_t removed,
-                            const std::vector<Block>& inserted) {
+                            const std::vector<Block>& inserted, bool show) {
   state_.replaceBlocks(storyID_, first, removed, inserted);
-  showEdit_(storyID_, first, removed, inserted);
+  if (show) showEdit_(storyID_, first, removed, inserted);
 }
 
 void TextEditCommand::redo() {
@@ -86,14 +89,18 @@ void TextEditCommand::redo() {
     return;
   }
   if (state_.selectedStoryID() != storyID_) state_.selectStory(storyID_);
-  for (const auto& edit : edits_) apply(edit.first, edit.removed.size(), edit.inserted);
+  const bool oneByOne = edits_.size() <= kShownEdits;
+  for (const auto& edit : edits_) apply(edit.first, edit.removed.size(), edit.inserted, oneByOne);
+  if (!oneByOne) reload_(storyID_);
 }
 
 void TextEditCommand::undo() {
   if (state_.selectedStoryID() != storyID_) state_.selectStory(storyID_);
+  const bool oneByOne = edits_.size() <= kShownEdits;
   for (auto edit = edits_.rbegin(); edit != edits_.rend(); ++edit) {
-    apply(edit->first, edit->inserted.size(), edit->removed);
+    apply(edit->first, edit->inserted.size(), edit->removed, oneByOne);
   }
+  if (!oneByOne) reload_(storyID_);
 }
 
 int TextEditCommand::id() const {

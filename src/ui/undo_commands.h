@@ -68,8 +68,12 @@ class TextEditCommand : public QUndoCommand {
   using ShowEdit = std::function<void(const Uuid& storyID, std::size_t first, std::size_t removed,
                                       const std::vector<Block>& inserted)>;
 
-  TextEditCommand(AppState& state, ShowEdit showEdit, Uuid storyID, std::vector<BlockEdit> edits,
-                  bool typing, const QString& text);
+  // Shows the story anew, for a step of many edits (a Replace All), which is
+  // quicker to load again than to show one by one.
+  using Reload = std::function<void(const Uuid& storyID)>;
+
+  TextEditCommand(AppState& state, ShowEdit showEdit, Reload reload, Uuid storyID,
+                  std::vector<BlockEdit> edits, bool typing, const QString& text);
 
   void redo() override;
   void undo() override;
@@ -77,10 +81,12 @@ class TextEditCommand : public QUndoCommand {
   bool mergeWith(const QUndoCommand* other) override;
 
  private:
-  void apply(std::size_t first, std::size_t removed, const std::vector<Block>& inserted);
+  void apply(std::size_t first, std::size_t removed, const std::vector<Block>& inserted,
+             bool show);
 
   AppState& state_;
   ShowEdit showEdit_;
+  Reload reload_;
   Uuid storyID_;
   std::vector<BlockEdit> edits_;
   bool typing_;

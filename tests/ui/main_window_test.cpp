@@ -11,6 +11,7 @@
 #include <QSettings>
 #include <QStandardPaths>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
 #include <QStatusBar>
@@ -26,6 +27,7 @@
 #include "model/document_file.h"
 #include "ui/autosave.h"
 #include "ui/dialogs.h"
+#include "ui/find_bar.h"
 #include "ui/main_window.h"
 #include "ui/notes_panel.h"
 #include "ui/search_panel.h"
@@ -111,6 +113,7 @@ class MainWindowTest : public QObject {
   void droppedFilesArePlacedAndRecentDocumentsReopen();
   void recoveryCopyBringsUnsavedWorkBackAfterACrash();
   void findInAllStoriesListsHitsAndShowsThem();
+  void replaceAllIsOneStepToUndo();
 
  private:
   QString file(const QString& name) const { return dir_->filePath(name); }
@@ -596,6 +599,33 @@ void MainWindowTest::findInAllStoriesListsHitsAndShowsThem() {
   emit panel->results()->itemActivated(panel->results()->topLevelItem(0), 0);
   QCOMPARE(selected().name, std::string("a"));
   QTRY_COMPARE(window_->editor()->highlightCount(), 1);
+}
+
+void MainWindowTest::replaceAllIsOneStepToUndo() {
+  window_->action("newStory")->trigger();
+  std::vector<Block> lines;
+  for (int i = 0; i < 100; ++i) lines.push_back(para("the lamp, the light " + std::to_string(i)));
+  state_->replaceBlocks(selected().id, 0, 1, lines);
+  window_->action("newStory")->trigger();  // and back: the editor loads the hundred lines
+  state_->selectStory(state_->document().stories[0].id);
+  QTRY_COMPARE(window_->editor()->blocks().size(), std::size_t(100));
+  const ProjectDocument before = state_->document();
+
+  window_->action("replace")->trigger();
+  auto* bar = window_->findChild<FindBar*>();
+  for (auto* field : bar->findChildren<QLineEdit*>()) {
+    field->setText(field->accessibleName() == "Replace with" ? "a" : "the");
+  }
+  bar->replaceAll();
+  QCOMPARE(window_->undoStack()->undoText(), QString("Replace All"));
+  QCOMPARE(std::get<Paragraph>(selected().blocks[7].kind).text(), std::string("a lamp, a light 7"));
+  const ProjectDocument after = state_->document();
+  window_->action("undo")->trigger();
+  QCOMPARE(state_->document(), before);
+  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
+  window_->action("redo")->trigger();
+  QCOMPARE(state_->document(), after);
+  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
 }
 
 QTEST_MAIN(MainWindowTest)
