@@ -47,6 +47,9 @@ FootnotesPanel::FootnotesPanel(AppState& state, QWidget* parent)
   text_->setAccessibleName(tr("Footnote text"));
   commitTimer_->setSingleShot(true);
   commitTimer_->setInterval(400);
+  list_->hide();
+  text_->hide();
+  empty_->setText(tr("No story selected."));
   connect(list_, &QListWidget::currentRowChanged, this, [this] {
     commit();
     showSelected();
@@ -81,6 +84,7 @@ void FootnotesPanel::refresh() {
     }
   }
   const bool any = list_->count() > 0;
+  empty_->setText(story ? tr("This story has no footnotes.") : tr("No story selected."));
   empty_->setVisible(!any);
   list_->setVisible(any);
   text_->setVisible(any);

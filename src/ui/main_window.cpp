@@ -341,7 +341,7 @@ void MainWindow::createToolBar() {
   formatBar->setMovable(false);
   formatBar->setIconSize(QSize(20, 20));
   formatBar->setToolButtonStyle(Qt::ToolButtonIconOnly);
-  auto* styleButton = new QToolButton(formatBar);
+  auto* styleButton = styleButton_ = new QToolButton(formatBar);
   styleButton->setObjectName(QStringLiteral("styleButton"));
   styleButton->setPopupMode(QToolButton::InstantPopup);
   styleButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
@@ -563,6 +563,7 @@ void MainWindow::updateActions() {
     action->setEnabled(editing);
   }
   const QString style = editing ? editor_->paragraphStyle() : QString();
+  styleButton_->setEnabled(!style.isEmpty());
   for (QAction* action : styleActions_) {
     action->setEnabled(editing);
     action->setChecked(editing && action->text() == style);

@@ -163,6 +163,7 @@ class MainWindow : public QMainWindow {
   QLabel* linksLabel_ = nullptr;
   QMenu* storyMenu_ = nullptr;
   QMenu* recentMenu_ = nullptr;
+  QToolButton* styleButton_ = nullptr;
 
   QAction* newDocumentAction_ = nullptr;
   QAction* openAction_ = nullptr;
