@@ -18,52 +18,49 @@ namespace {
 
 enum Column { kName, kLink, kStatus };
 
-// The merge forecast of a status cell, drawn after the status word.
+// The merge forecast of a modified story, drawn on a second line under its
+// name, smaller and grey, so that the columns keep their widths.
 constexpr int kForecastRole = Qt::UserRole + 1;
-// The most that a forecast widens the status column; the tooltip holds it whole.
-constexpr int kForecastMaxWidth = 170;
-constexpr int kForecastGap = 6;
 
 QFont forecastFont(QFont font) {
   font.setPointSizeF(font.pointSizeF() * 0.85);
   return font;
 }
 
-// Draws a status cell's forecast after its word, smaller and grey, cut to
-// the width there is, so that the column stays narrow.
-class StatusDelegate : public QStyledItemDelegate {
+class NameDelegate : public QStyledItemDelegate {
  public:
   using QStyledItemDelegate::QStyledItemDelegate;
 
   void paint(QPainter* painter, const QStyleOptionViewItem& option,
              const QModelIndex& index) const override {
-    QStyledItemDelegate::paint(painter, option, index);
     const QString forecast = index.data(kForecastRole).toString();
-    if (forecast.isEmpty()) return;
+    if (forecast.isEmpty()) {
+      QStyledItemDelegate::paint(painter, option, index);
+      return;
+    }
     QStyleOptionViewItem item(option);
     initStyleOption(&item, index);
+    item.displayAlignment = Qt::AlignLeft | Qt::AlignTop;
     const QStyle* style = item.widget != nullptr ? item.widget->style() : QApplication::style();
+    style->drawControl(QStyle::CE_ItemViewItem, &item, painter, item.widget);
     const QRect text = style->subElementRect(QStyle::SE_ItemViewItemText, &item, item.widget);
-    const int left = text.left() + item.fontMetrics.horizontalAdvance(item.text) + kForecastGap;
-    const QRect rest(left, text.top(), text.right() - left, text.height());
-    if (rest.width() <= 0) return;
     const QFont font = forecastFont(item.font);
+    const QRect line(text.left(), text.top() + item.fontMetrics.height(), text.width(),
+                     text.height() - item.fontMetrics.height());
     const bool selected = item.state.testFlag(QStyle::State_Selected);
     painter->save();
     painter->setFont(font);
     painter->setPen(
         item.palette.color(selected ? QPalette::HighlightedText : QPalette::PlaceholderText));
-    painter->drawText(rest, Qt::AlignLeft | Qt::AlignVCenter,
-                      QFontMetrics(font).elidedText(forecast, Qt::ElideRight, rest.width()));
+    painter->drawText(line, Qt::AlignLeft | Qt::AlignVCenter,
+                      QFontMetrics(font).elidedText(forecast, Qt::ElideRight, line.width()));
     painter->restore();
   }
 
   QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
     QSize size = QStyledItemDelegate::sizeHint(option, index);
-    const QString forecast = index.data(kForecastRole).toString();
-    if (!forecast.isEmpty()) {
-      const int width = QFontMetrics(forecastFont(option.font)).horizontalAdvance(forecast);
-      size.rwidth() += kForecastGap + std::min(width, kForecastMaxWidth);
+    if (!index.data(kForecastRole).toString().isEmpty()) {
+      size.rheight() += QFontMetrics(forecastFont(option.font)).height() + 2;
     }
     return size;
   }
@@ -104,7 +101,7 @@ StoriesPanel::StoriesPanel(AppState& state, QMenu* storyMenu, QWidget* parent)
   setColumnCount(3);
   setHeaderLabels({tr("Story"), tr("Link"), tr("Status")});
   setRootIsDecorated(false);
-  setUniformRowHeights(true);
+  setUniformRowHeights(false);  // a forecast adds a line
   setSelectionMode(QAbstractItemView::SingleSelection);
   setEditTriggers(QAbstractItemView::EditKeyPressed | QAbstractItemView::SelectedClicked);
   setIconSize(QSize(16, 16));
@@ -112,7 +109,7 @@ StoriesPanel::StoriesPanel(AppState& state, QMenu* storyMenu, QWidget* parent)
   header()->setSectionResizeMode(kName, QHeaderView::Stretch);
   header()->setSectionResizeMode(kLink, QHeaderView::ResizeToContents);
   header()->setSectionResizeMode(kStatus, QHeaderView::ResizeToContents);
-  setItemDelegateForColumn(kStatus, new StatusDelegate(this));
+  setItemDelegateForColumn(kName, new NameDelegate(this));
   setAccessibleName(tr("Stories"));
   connect(this, &QTreeWidget::itemSelectionChanged, this, &StoriesPanel::onSelectionChanged);
   connect(this, &QTreeWidget::itemChanged, this, &StoriesPanel::onItemChanged);
@@ -147,7 +144,7 @@ void StoriesPanel::refresh() {
                                : tr("Not linked to a file");
       if (!forecast.isEmpty()) tip += QLatin1Char('\n') + tr("Update Link: %1").arg(forecast);
       for (int column = 0; column < columnCount(); ++column) item->setToolTip(column, tip);
-      item->setData(kStatus, kForecastRole, forecast);
+      item->setData(kName, kForecastRole, forecast);
       if (const auto status = statusOf(state_, story)) {
         item->setIcon(kStatus, Icons::status(*status));
         item->setText(kStatus, Icons::statusWord(*status));
