@@ -582,7 +582,13 @@ void StoryEditor::splitParagraph() {
     cursor.setPosition(Edits::openParagraphBeside(cursor));
   } else {
     // The new half copies the format, id included; mend() gives it its own.
-    cursor.insertBlock(cursor.blockFormat(), withoutMark(cursor.charFormat()));
+    QTextBlockFormat format = cursor.blockFormat();
+    const QString style = TB::paragraphStyle(cursor.block());
+    if (cursor.atBlockEnd() && (style == QLatin1String("Title") || style.startsWith(QLatin1String("Heading")))) {
+      // After a title or heading the author goes on with body text.
+      format.setProperty(TB::kParagraphStyleProperty, QStringLiteral("Body"));
+    }
+    cursor.insertBlock(format, withoutMark(cursor.charFormat()));
   }
   cursor.endEditBlock();
   setTextCursor(cursor);

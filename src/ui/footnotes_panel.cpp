@@ -51,11 +51,14 @@ FootnotesPanel::FootnotesPanel(AppState& state, QWidget* parent)
   text_->hide();
   empty_->setText(tr("No story selected."));
   connect(list_, &QListWidget::currentRowChanged, this, [this] {
+    if (updating_) return;
     commit();
     showSelected();
   });
   connect(text_, &QPlainTextEdit::textChanged, this, [this] {
-    if (!updating_) commitTimer_->start();
+    if (updating_) return;
+    dirty_ = true;
+    commitTimer_->start();
   });
   connect(commitTimer_, &QTimer::timeout, this, &FootnotesPanel::commit);
 }
@@ -91,7 +94,7 @@ void FootnotesPanel::refresh() {
   if (any) list_->setCurrentRow(std::clamp(row, 0, list_->count() - 1));
   updating_ = false;
   // While the author types here, the text box is the truth: keep it.
-  if (!(sameStory && text_->hasFocus())) showSelected();
+  if (!(sameStory && text_->hasFocus() && dirty_)) showSelected();
 }
 
 void FootnotesPanel::showSelected() {
@@ -100,6 +103,7 @@ void FootnotesPanel::showSelected() {
   QListWidgetItem* item = list_->currentItem();
   QString text;
   editing_.reset();
+  dirty_ = false;
   if (story != nullptr && item != nullptr) {
     const auto id = item->data(Qt::UserRole).toLongLong();
     editing_ = id;
@@ -114,7 +118,8 @@ void FootnotesPanel::showSelected() {
 
 void FootnotesPanel::commit() {
   commitTimer_->stop();
-  if (!storyID_ || !editing_) return;
+  if (!dirty_ || !storyID_ || !editing_) return;
+  dirty_ = false;
   const auto& stories = state_.document().stories;
   const auto found = std::find_if(stories.begin(), stories.end(),
                                   [&](const Story& story) { return story.id == *storyID_; });

@@ -43,6 +43,9 @@ class FootnotesPanel : public QWidget {
   std::optional<qint64> editing_;  // the footnote whose text the box holds
   QString shown_;
   bool updating_ = false;
+  // The author typed in the text box since it was filled: only then is
+  // there anything to write back, so a merged text is never overwritten.
+  bool dirty_ = false;
 };
 
 }  // namespace inkharbour

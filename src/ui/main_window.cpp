@@ -15,6 +15,7 @@
 #include <QFileInfo>
 #include <QLabel>
 #include <QMenuBar>
+#include <QMessageBox>
 #include <QProgressDialog>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -324,6 +325,16 @@ void MainWindow::createMenus() {
 
   QMenu* view = menuBar()->addMenu(tr("&View"));
   for (QDockWidget* dock : findChildren<QDockWidget*>()) view->addAction(dock->toggleViewAction());
+
+  QMenu* help = menuBar()->addMenu(tr("&Help"));
+  help->addAction(tr("&About Inkharbour"), this, [this] {
+    QMessageBox::about(
+        this, tr("About Inkharbour"),
+        tr("<h3>Inkharbour %1</h3><p>A story editor for manuscripts that live in Word, Excel "
+           "and text files. Placed files stay linked: Update Link merges a co-author's changes "
+           "with yours, and Push Edits writes yours back.</p>")
+            .arg(QStringLiteral(INKHARBOUR_VERSION)));
+  });
 }
 
 void MainWindow::createToolBar() {

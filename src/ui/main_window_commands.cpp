@@ -374,6 +374,8 @@ bool MainWindow::placeFiles(const QStringList& paths) {
       ++placed;
     } else {
       failures << tr("“%1”: %2").arg(QFileInfo(path).fileName(), fromStd(*state_.lastError()));
+      // With several files, every message names its file.
+      if (paths.size() > 1) state_.reportError(failures.back().toStdString());
     }
   }
   if (progress) {
@@ -453,6 +455,7 @@ void MainWindow::exportStory() {
              .filters = FileTypes::wordDocument()});
   if (chosen.isEmpty()) return;
   if (attempt([&] { state_.exportStory(id, chosen.front().toStdString()); })) {
+    startHistory();  // as after a push: the link now points at the new file
     changedOutsideHistory_ = true;
     showMessage(tr("Exported and linked to “%1”.").arg(QFileInfo(chosen.front()).fileName()));
   }
@@ -461,24 +464,24 @@ void MainWindow::exportStory() {
 void MainWindow::updateLink() {
   const auto id = selectedID();
   if (!id) return;
+  const std::size_t notesBefore = state_.document().stories[*state_.selectedStoryIndex()].notes.size();
   if (!run(tr("Update Link"), {*id}, [this, id = *id] { state_.updateFromLinked(id); })) return;
   const auto index = state_.selectedStoryIndex();
   if (!index) return;
   const Story& story = state_.document().stories[*index];
-  const auto conflicts = std::count_if(
-      story.lastMergeReport.begin(), story.lastMergeReport.end(),
-      [](const ChangeRecord& record) { return record.kind == ChangeRecord::Kind::conflict; });
-  if (story.lastMergeReport.empty()) {
-    showMessage(tr("“%1” is up to date: nothing to merge.").arg(fromStd(story.name)));
+  // Every conflict, a paragraph's, a cell's or a footnote's, left a note.
+  const std::size_t conflicts = story.notes.size() - std::min(notesBefore, story.notes.size());
+  const std::size_t changes = story.lastMergeReport.size();
+  const QString name = fromStd(story.name);
+  const QString changed = changes == 1 ? tr("1 change") : tr("%1 changes").arg(changes);
+  if (changes == 0) {
+    showMessage(tr("“%1” is up to date: nothing to merge.").arg(name));
   } else if (conflicts > 0) {
-    showMessage(tr("Merged “%1”: %2 changes, %3 in conflict — your text is in Story Notes.")
-                    .arg(fromStd(story.name))
-                    .arg(story.lastMergeReport.size())
-                    .arg(conflicts));
+    showMessage(tr("Merged “%1”: %2, %3 — your text is in Story Notes.")
+                    .arg(name, changed,
+                         conflicts == 1 ? tr("1 conflict") : tr("%1 conflicts").arg(conflicts)));
   } else {
-    showMessage(tr("Merged “%1”: %2 changes.")
-                    .arg(fromStd(story.name))
-                    .arg(story.lastMergeReport.size()));
+    showMessage(tr("Merged “%1”: %2.").arg(name, changed));
   }
 }
 
@@ -531,18 +534,30 @@ void MainWindow::pushEdits() {
           {tr("Update Link First"), tr("Push Anyway (their changes are lost)")});
       if (answer < 0) return;
       if (answer == 0) {
+        const std::size_t notesBefore = story.notes.size();
         updateLink();
         if (state_.lastError()) return;
+        // A conflict means the story now holds their text where it held
+        // yours: look at the notes before anything is pushed.
+        if (story.notes.size() > notesBefore) {
+          showMessage(tr("Merged with conflicts: nothing was pushed. Check the Story Notes, "
+                         "then push again."));
+          return;
+        }
       }
     } else if (!dialogs_.confirm(this, tr("Push Edits"),
                                  tr("Replace the content of “%1” with this story? The file is "
-                                    "rewritten; this cannot be undone.")
+                                    "rewritten, and neither the push nor the steps before it can "
+                                    "be undone.")
                                      .arg(file),
                                  tr("Push Edits"))) {
       return;
     }
   }
   if (attempt([&] { state_.updateLinkedDocument(id); })) {
+    // The file now holds this story: undoing earlier steps would bring back
+    // a link that no longer matches it, so the history starts afresh.
+    startHistory();
     changedOutsideHistory_ = true;
     showMessage(tr("Pushed “%1” to its linked document.").arg(fromStd(story.name)));
   }
@@ -562,7 +577,8 @@ void MainWindow::editStyleMap() {
   const auto edited = dialogs_.editStyleMap(this, state_.document().styleMap, wordStyles);
   if (edited && *edited != state_.document().styleMap) {
     undoStack_->push(new StyleMapCommand(state_, *edited));
-    showMessage(tr("Style mapping changed: it applies when files are placed or links updated."));
+    showMessage(tr("Style mapping changed. It applies to files placed from now on, and to "
+                   "paragraphs that change in an update."));
   }
 }
 

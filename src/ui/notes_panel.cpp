@@ -85,9 +85,11 @@ void NotesPanel::refresh() {
                          std::holds_alternative<Table>(story->blocks[index].kind);
       where = (table ? tr("Table, block %1") : tr("Paragraph %1")).arg(note.paragraphIndex + 1);
     }
-    auto* place = new QLabel(tr("<b>%1</b> · %2").arg(where.toHtmlEscaped(),
-                                 QLocale().toString(date.toLocalTime(), QLocale::ShortFormat)),
-                             card);
+    auto* place = new QLabel(
+        tr("<b>%1</b><br><span style=\"color: gray\">%2</span>")
+            .arg(where.toHtmlEscaped(),
+                 QLocale().toString(date.toLocalTime(), QLocale::ShortFormat).toHtmlEscaped()),
+        card);
     place->setWordWrap(true);
     auto* dismiss = new QPushButton(tr("Dismiss"), card);
     dismiss->setToolTip(tr("Remove this note; the story keeps the external text."));

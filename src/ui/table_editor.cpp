@@ -33,7 +33,10 @@ class CellDelegate : public QStyledItemDelegate {
   }
   void setModelData(QWidget* editor, QAbstractItemModel* model,
                     const QModelIndex& index) const override {
-    model->setData(index, static_cast<QPlainTextEdit*>(editor)->toPlainText(), Qt::EditRole);
+    // A Return typed last to finish the cell is no empty paragraph of it.
+    QString text = static_cast<QPlainTextEdit*>(editor)->toPlainText();
+    while (text.endsWith(QLatin1Char('\n'))) text.chop(1);
+    model->setData(index, text, Qt::EditRole);
   }
   void updateEditorGeometry(QWidget* editor, const QStyleOptionViewItem& option,
                             const QModelIndex&) const override {

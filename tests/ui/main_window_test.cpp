@@ -8,6 +8,7 @@
 #include <QDockWidget>
 #include <QMenu>
 #include <QMimeData>
+#include <QPlainTextEdit>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QLabel>
@@ -114,6 +115,7 @@ class MainWindowTest : public QObject {
   void recoveryCopyBringsUnsavedWorkBackAfterACrash();
   void findInAllStoriesListsHitsAndShowsThem();
   void replaceAllIsOneStepToUndo();
+  void footnotePanelEditsAndNeverUndoesAMerge();
 
  private:
   QString file(const QString& name) const { return dir_->filePath(name); }
@@ -626,6 +628,35 @@ void MainWindowTest::replaceAllIsOneStepToUndo() {
   window_->action("redo")->trigger();
   QCOMPARE(state_->document(), after);
   QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
+}
+
+void MainWindowTest::footnotePanelEditsAndNeverUndoesAMerge() {
+  auto writeWithNote = [&](const std::string& note) {
+    Paragraph cited = Paragraph::make("Body", "Cited.");
+    cited.runs.push_back(TextRun::footnoteReference(1));
+    DocxWriter::write({Block{.kind = cited}}, {Footnote{.id = 1, .paragraphs = {Paragraph::make("Body", note)}}},
+                      file("n.docx").toStdString());
+  };
+  writeWithNote("Old note.");
+  QVERIFY(window_->placeFiles({file("n.docx")}));
+  auto* box = window_->findChild<QPlainTextEdit*>();
+  QTRY_COMPARE(box->toPlainText(), QString("Old note."));
+
+  // The co-author's new note text survives the merge and the panel's refresh.
+  writeWithNote("Their note.");
+  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
+  window_->action("updateLink")->trigger();
+  QTRY_COMPARE(box->toPlainText(), QString("Their note."));
+  QTest::qWait(600);  // longer than the panel's commit delay
+  QCOMPARE(selected().footnotes.at(0).text(), std::string("Their note."));
+  QCOMPARE(window_->undoStack()->undoText(), QString("Update Link"));
+
+  // The author's own edit is one step.
+  box->setFocus();
+  box->moveCursor(QTextCursor::End);
+  QTest::keyClicks(box, " Mine.");
+  QTRY_COMPARE(selected().footnotes.at(0).text(), std::string("Their note. Mine."));
+  QCOMPARE(window_->undoStack()->undoText(), QString("Edit Footnote"));
 }
 
 QTEST_MAIN(MainWindowTest)
