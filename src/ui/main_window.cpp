@@ -405,7 +405,10 @@ void MainWindow::createDocks() {
   connect(review_, &ChangeReview::blockRequested, this,
           [this](const Uuid& blockID) { editor_->scrollToBlock(blockID); });
   connect(notes_, &NotesPanel::useMineRequested, this, [this](const Uuid& id, const Uuid& note) {
-    run(tr("Use Mine"), {id}, [this, id, note] { state_.useMine(id, note); });
+    if (run(tr("Use Mine"), {id}, [this, id, note] { state_.useMine(id, note); })) {
+      showMessage(tr("Your text is back in place of the external one (Edit ▸ Undo takes it "
+                     "back)."));
+    }
   });
   search_ = new SearchPanel(state_, this);
   QDockWidget* searchDock =
