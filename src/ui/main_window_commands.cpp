@@ -448,16 +448,33 @@ void MainWindow::exportStory() {
   if (!index) return;
   const Story& story = state_.document().stories[*index];
   const Uuid id = story.id;
+  const QString linked =
+      story.link ? QFileInfo(fromStd(story.link->path)).absoluteFilePath() : QString();
+  const QString name = fromStd(story.name);
   const QStringList chosen = dialogs_.chooseFiles(
       this, {.mode = FileRequest::Mode::save,
              .title = tr("Export with Inkharbour"),
-             .proposedName = fromStd(story.name) + QStringLiteral(".docx"),
+             .proposedName = name + QStringLiteral(".docx"),
              .filters = FileTypes::wordDocument()});
   if (chosen.isEmpty()) return;
-  if (attempt([&] { state_.exportStory(id, chosen.front().toStdString()); })) {
+  QString target = QFileInfo(chosen.front()).absoluteFilePath();
+  if (QFileInfo(target).suffix().compare(QLatin1String("docx"), Qt::CaseInsensitive) != 0) {
+    target += QStringLiteral(".docx");
+  }
+  // Export writes a fresh package: over the story's own linked file it would
+  // throw away what the co-author's file holds beyond the story.
+  if (!linked.isEmpty() && target == linked &&
+      !dialogs_.confirm(this, tr("Export with Inkharbour"),
+                        tr("“%1” is the file this story is linked to. Exporting over it writes "
+                           "a new document in its place; to update it, use Push Edits.")
+                            .arg(QFileInfo(target).fileName()),
+                        tr("Replace It"))) {
+    return;
+  }
+  if (attempt([&] { state_.exportStory(id, target.toStdString()); })) {
     startHistory();  // as after a push: the link now points at the new file
     changedOutsideHistory_ = true;
-    showMessage(tr("Exported and linked to “%1”.").arg(QFileInfo(chosen.front()).fileName()));
+    showMessage(tr("Exported and linked to “%1”.").arg(QFileInfo(target).fileName()));
   }
 }
 
