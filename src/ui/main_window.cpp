@@ -4,6 +4,8 @@
 #include <QActionGroup>
 #include <QApplication>
 #include <QCloseEvent>
+#include <QComboBox>
+#include <QSignalBlocker>
 #include <QDir>
 #include <QFile>
 #include <QDragEnterEvent>
@@ -352,25 +354,24 @@ void MainWindow::createToolBar() {
   formatBar->setMovable(false);
   formatBar->setIconSize(QSize(20, 20));
   formatBar->setToolButtonStyle(Qt::ToolButtonIconOnly);
-  auto* styleButton = styleButton_ = new QToolButton(formatBar);
-  styleButton->setObjectName(QStringLiteral("styleButton"));
-  styleButton->setPopupMode(QToolButton::InstantPopup);
-  styleButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
-  auto* styleMenu = new QMenu(styleButton);
-  for (QAction* action : styleActions_) styleMenu->addAction(action);
-  styleButton->setMenu(styleMenu);
-  styleButton->setText(tr("Body"));
-  styleButton->setToolTip(tr("Paragraph style"));
-  styleButton->setMinimumWidth(fontMetrics().horizontalAdvance(tr("Heading 1")) + 36);
-  connect(styleGroup_, &QActionGroup::triggered, styleButton,
-          [styleButton](QAction* action) { styleButton->setText(action->text()); });
-  connect(editor_, &StoryEditor::formatChanged, styleButton,
-          [this, styleButton] {
-            const QString style = editor_->paragraphStyle();  // none on a table or picture
-            styleButton->setText(style.isEmpty() ? QStringLiteral("—") : style);
-            styleButton->setEnabled(!style.isEmpty());
-          });
-  formatBar->addWidget(styleButton);
+  // The caret's paragraph style, and a list to give the selection another.
+  auto* styleBox = styleBox_ = new QComboBox(formatBar);
+  styleBox->setObjectName(QStringLiteral("styleBox"));
+  styleBox->setToolTip(tr("Paragraph style (Ctrl+1 … Ctrl+5)"));
+  styleBox->setAccessibleName(tr("Paragraph style"));
+  styleBox->setFocusPolicy(Qt::NoFocus);  // typing stays in the story
+  for (QAction* action : styleActions_) styleBox->addItem(action->text());
+  styleBox->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+  connect(styleBox, &QComboBox::activated, this, [this](int index) {
+    styleActions_[static_cast<std::size_t>(index)]->trigger();
+  });
+  connect(editor_, &StoryEditor::formatChanged, styleBox, [this, styleBox] {
+    const QString style = editor_->paragraphStyle();  // none on a table or picture
+    const QSignalBlocker quiet(styleBox);
+    styleBox->setCurrentIndex(styleBox->findText(style));
+    styleBox->setEnabled(!style.isEmpty());
+  });
+  formatBar->addWidget(styleBox);
   for (QAction* action : formatActions_) formatBar->addAction(action);
 }
 
@@ -577,7 +578,11 @@ void MainWindow::updateActions() {
     action->setEnabled(editing);
   }
   const QString style = editing ? editor_->paragraphStyle() : QString();
-  styleButton_->setEnabled(!style.isEmpty());
+  styleBox_->setEnabled(!style.isEmpty());
+  if (styleBox_->currentText() != style) {
+    const QSignalBlocker quiet(styleBox_);
+    styleBox_->setCurrentIndex(styleBox_->findText(style));
+  }
   for (QAction* action : styleActions_) {
     action->setEnabled(editing);
     action->setChecked(editing && action->text() == style);

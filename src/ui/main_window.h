@@ -21,6 +21,7 @@ class QAction;
 class QActionGroup;
 class QLabel;
 class QStackedWidget;
+class QComboBox;
 class QDockWidget;
 class QDragEnterEvent;
 class QDropEvent;
@@ -163,7 +164,7 @@ class MainWindow : public QMainWindow {
   QLabel* linksLabel_ = nullptr;
   QMenu* storyMenu_ = nullptr;
   QMenu* recentMenu_ = nullptr;
-  QToolButton* styleButton_ = nullptr;
+  QComboBox* styleBox_ = nullptr;
 
   QAction* newDocumentAction_ = nullptr;
   QAction* openAction_ = nullptr;
