@@ -103,7 +103,8 @@ void EditorHeader::refresh() {
   forecast_->setToolTip(forecast ? tr("What Update Link would do now") : QString());
   forecast_->setVisible(forecast.has_value());
   update_->setVisible(hasStatus && found->second == LinkStatus::modified);
-  push_->setVisible(story.link && story.link->kind == LinkKind::word);
+  // Word and text links take a push; Excel links are one-way.
+  push_->setVisible(story.link && story.link->kind != LinkKind::excel);
   review_->setVisible(!story.lastMergeReport.empty());
 }
 

@@ -1,7 +1,7 @@
 // The strip above the story editor: the story's name, its linked file and
 // the link's status (icon and word, then a modified link's merge forecast,
 // small and grey), with buttons for what applies now:
-// Update Link while the file is modified, Push Edits for a Word link, and
+// Update Link while the file is modified, Push Edits for a Word or text link, and
 // the change review once a merge has left a report.
 #pragma once
 

@@ -116,6 +116,27 @@ QIcon linkKind(std::optional<LinkKind> kind) {
   });
 }
 
+QIcon placeFile() {
+  return painted([](QPainter& p) {
+    QPainterPath page;
+    page.moveTo(4, 2);
+    page.lineTo(16, 2);
+    page.lineTo(22, 8);
+    page.lineTo(22, 30);
+    page.lineTo(4, 30);
+    page.closeSubpath();
+    p.setPen(QPen(QColor(0x5f, 0x63, 0x68), 2));
+    p.setBrush(Qt::white);
+    p.drawPath(page);
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(0x2e, 0x8b, 0x57));
+    p.drawEllipse(QRectF(15, 15, 16, 16));
+    p.setPen(QPen(Qt::white, 3, Qt::SolidLine, Qt::RoundCap));
+    p.drawLine(QPointF(23, 18.5), QPointF(23, 27.5));
+    p.drawLine(QPointF(18.5, 23), QPointF(27.5, 23));
+  });
+}
+
 QIcon exportDocument() {
   return painted([](QPainter& p) {
     QPainterPath page;

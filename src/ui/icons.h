@@ -16,6 +16,8 @@ QIcon status(LinkStatus status);
 // A page with the kind's letter: W (Word), X (Excel), T (text); a page
 // without a link is drawn hollow.
 QIcon linkKind(std::optional<LinkKind> kind);
+// A page with a plus: placing a file as a new story.
+QIcon placeFile();
 // A Word page with an arrow leaving it: writing a story out to a new file.
 QIcon exportDocument();
 // A toolbar glyph: one or two letters in the given style ("B" bold, ...).

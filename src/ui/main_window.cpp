@@ -210,7 +210,7 @@ void MainWindow::createActions() {
   newStoryAction_ = makeAction(this, "newStory", tr("New &Story"),
                                {QKeySequence(tr("Ctrl+Shift+N"))}, Icons::linkKind(std::nullopt));
   placeAction_ = makeAction(this, "place", tr("&Place…"), {QKeySequence(tr("Ctrl+Shift+I"))},
-                            Icons::linkKind(LinkKind::word));
+                            Icons::placeFile());
   placeAction_->setToolTip(tr("Place a Word, Excel or text file as a new linked story"));
   linkAction_ = makeAction(this, "linkToOriginal", tr("&Link to Original…"));
   unlinkAction_ = makeAction(this, "unlink", tr("U&nlink"));
