@@ -8,6 +8,7 @@
 
 #include "merge/summaries.h"
 #include "merge/word_diff.h"
+#include "model/text.h"
 
 namespace inkharbour {
 
@@ -57,16 +58,6 @@ std::optional<Label> labelOf(std::string_view text) {
 }
 
 // --- Restoring paragraphs ----------------------------------------------------
-
-std::vector<std::string_view> lines(std::string_view text) {
-  std::vector<std::string_view> out;
-  for (std::size_t at = 0;;) {
-    const auto end = text.find('\n', at);
-    out.push_back(text.substr(at, end == std::string_view::npos ? end : end - at));
-    if (end == std::string_view::npos) return out;
-    at = end + 1;
-  }
-}
 
 struct RunSpan {
   std::size_t begin, end;
@@ -224,7 +215,7 @@ Outcome planBlocks(const Story& story, const ConflictNote& note, Plan plan) {
   plan.removed = *removed;
   if (note.localText.empty()) return plan;
   const auto old = std::span(story.blocks).subspan(first, *removed);
-  const auto texts = lines(note.localText);
+  const auto texts = text::lines(note.localText);
   std::string style = "Body";
   for (const auto& block : old) {
     if (const auto* p = std::get_if<Paragraph>(&block.kind)) style = p->styleName;
@@ -257,7 +248,7 @@ Outcome planFootnote(const Story& story, const ConflictNote& note, const Label& 
   plan.where = Plan::Where::footnote;
   plan.first = static_cast<std::size_t>(found - story.footnotes.begin());
   plan.paragraphs = restoredParagraphs(
-      found->paragraphs, lines(std::string_view(note.localText).substr(label.length)));
+      found->paragraphs, text::lines(std::string_view(note.localText).substr(label.length)));
   return plan;
 }
 
@@ -273,7 +264,7 @@ Outcome planCell(const Table& table, const ConflictNote& note, const Label& labe
   plan.row = row;
   plan.column = column;
   plan.paragraphs = restoredParagraphs(
-      cell.paragraphs, lines(std::string_view(note.localText).substr(label.length)));
+      cell.paragraphs, text::lines(std::string_view(note.localText).substr(label.length)));
   return plan;
 }
 

@@ -82,4 +82,14 @@ std::string_view leadingCharacters(std::string_view s, std::size_t count) {
   return s;
 }
 
+std::vector<std::string_view> lines(std::string_view text) {
+  std::vector<std::string_view> out;
+  for (std::size_t at = 0;;) {
+    const auto end = text.find('\n', at);
+    out.push_back(text.substr(at, end == std::string_view::npos ? end : end - at));
+    if (end == std::string_view::npos) return out;
+    at = end + 1;
+  }
+}
+
 }  // namespace inkharbour::text

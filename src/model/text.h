@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace inkharbour::text {
 
@@ -19,5 +20,9 @@ bool isValidUtf8(std::string_view bytes);
 // the text, never splitting one; the whole text when it has no more. Each
 // byte that is not part of well-formed UTF-8 counts as one character.
 std::string_view leadingCharacters(std::string_view text, std::size_t count);
+
+// The text cut at each line feed (which no piece keeps): one piece for a
+// text without one, an empty piece after a trailing one.
+std::vector<std::string_view> lines(std::string_view text);
 
 }  // namespace inkharbour::text

@@ -17,6 +17,7 @@
 #include "app/app_state.h"
 #include "merge/summaries.h"
 #include "merge/word_diff.h"
+#include "model/text.h"
 
 namespace inkharbour {
 
@@ -67,21 +68,11 @@ bool blockReads(const Block& block, std::string_view line) {
   return MergeEngine::joined(std::span(&block, 1)) == line;
 }
 
-std::vector<std::string_view> linesOf(std::string_view text) {
-  std::vector<std::string_view> out;
-  for (std::size_t at = 0;;) {
-    const auto end = text.find('\n', at);
-    out.push_back(text.substr(at, end == std::string_view::npos ? end : end - at));
-    if (end == std::string_view::npos) return out;
-    at = end + 1;
-  }
-}
-
 // The first block where the text's lines stand one per block; failing that,
 // the first block that reads as one of its non-empty lines.
 std::optional<Uuid> blockHolding(const std::vector<Block>& blocks, std::string_view text) {
   if (text.empty()) return std::nullopt;
-  const auto lines = linesOf(text);
+  const auto lines = text::lines(text);
   for (std::size_t s = 0; s + lines.size() <= blocks.size(); ++s) {
     std::size_t k = 0;
     while (k < lines.size() && blockReads(blocks[s + k], lines[k])) ++k;
