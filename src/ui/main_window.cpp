@@ -151,6 +151,10 @@ MainWindow::MainWindow(AppState& state, Dialogs& dialogs, QWidget* parent)
 
 MainWindow::~MainWindow() {
   state_.setObserver({});
+  // The children outlive this destructor (QWidget deletes them later), and
+  // some signal on their way out (the undo stack's clean state, a worker's
+  // result): none of that may reach a window that is half gone.
+  for (QObject* child : findChildren<QObject*>()) QObject::disconnect(child, nullptr, this, nullptr);
 }
 
 QAction* MainWindow::action(const QString& objectName) const {
