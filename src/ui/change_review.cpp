@@ -344,8 +344,10 @@ void ChangeReview::refresh() {
   populating_ = true;
   records_->clear();
   heading_->setText(tr("Select a change to compare the two versions."));
-  local_->clear();
-  external_->clear();
+  for (QTextBrowser* view : {local_, external_}) {
+    view->clear();
+    view->setPlaceholderText(QString());  // nothing chosen yet, so nothing missing
+  }
   for (const auto& record : report) {
     auto* item = new QTreeWidgetItem(records_);
     item->setIcon(0, changeKindIcon(record.kind));
@@ -376,6 +378,7 @@ void ChangeReview::showRecord(QTreeWidgetItem* item) {
                                   [&](const ChangeRecord& record) { return record.id == id; });
   if (!id || found == report.end()) return;
   const ChangeRecord& record = *found;
+  for (QTextBrowser* view : {local_, external_}) view->setPlaceholderText(tr("No text on this side."));
 
   heading_->setText(changeKindWord(record.kind) + QStringLiteral(": ") +
                     QString::fromStdString(record.summary));
