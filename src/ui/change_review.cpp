@@ -18,6 +18,7 @@
 #include "merge/summaries.h"
 #include "merge/word_diff.h"
 #include "model/text.h"
+#include "ui/icons.h"
 
 namespace inkharbour {
 
@@ -27,24 +28,14 @@ using Kind = ChangeRecord::Kind;
 
 // --- Icons ---------------------------------------------------------------------
 
-constexpr int kIconSizes[] = {16, 24, 32};
-
+// A change kind's icon: a filled shape in the kind's colour, with a symbol.
 template <typename Paint>
 QIcon painted(const QColor& colour, Paint paint) {
-  QIcon icon;
-  for (const int size : kIconSizes) {
-    QPixmap pixmap(size, size);
-    pixmap.fill(Qt::transparent);
-    QPainter p(&pixmap);
-    p.setRenderHint(QPainter::Antialiasing);
-    p.scale(size / 32.0, size / 32.0);
+  return Icons::painted([&](QPainter& p) {
     p.setPen(Qt::NoPen);
     p.setBrush(colour);
     paint(p);
-    p.end();
-    icon.addPixmap(pixmap);
-  }
-  return icon;
+  });
 }
 
 void whiteStrokes(QPainter& p, double width) {

@@ -11,9 +11,13 @@ namespace {
 
 constexpr int kSizes[] = {16, 24, 32, 48};
 
-// Draws the icon at every size on a 32-unit canvas, so it stays crisp.
-template <typename Paint>
-QIcon painted(Paint paint) {
+QPen whitePen(double width) {
+  return QPen(Qt::white, width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+}
+
+}  // namespace
+
+QIcon painted(const std::function<void(QPainter&)>& paint) {
   QIcon icon;
   for (const int size : kSizes) {
     QPixmap pixmap(size, size);
@@ -27,12 +31,6 @@ QIcon painted(Paint paint) {
   }
   return icon;
 }
-
-QPen whitePen(double width) {
-  return QPen(Qt::white, width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
-}
-
-}  // namespace
 
 QIcon status(LinkStatus status) {
   switch (status) {

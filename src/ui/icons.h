@@ -4,11 +4,18 @@
 #pragma once
 
 #include <QIcon>
+#include <functional>
 #include <optional>
+
+class QPainter;
 
 #include "model/story.h"
 
 namespace inkharbour::Icons {
+
+// An icon drawn by `paint` on a 32 × 32 canvas (antialiased), at every size a
+// view asks for, so that it stays crisp.
+QIcon painted(const std::function<void(QPainter&)>& paint);
 
 // Up to date: a green disc with a check; modified: an amber triangle with an
 // exclamation mark; missing: a red square with a cross.
