@@ -11,6 +11,19 @@ namespace {
 
 constexpr int kSizes[] = {16, 24, 32, 48};
 
+// A sheet of paper from x = left to x = right, its top right corner folded.
+QPainterPath pageOutline(double left, double right) {
+  const double fold = (right - left) / 3;
+  QPainterPath page;
+  page.moveTo(left, 2);
+  page.lineTo(right - fold, 2);
+  page.lineTo(right, 2 + fold);
+  page.lineTo(right, 30);
+  page.lineTo(left, 30);
+  page.closeSubpath();
+  return page;
+}
+
 QPen whitePen(double width) {
   return QPen(Qt::white, width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
 }
@@ -89,13 +102,7 @@ QIcon linkKind(std::optional<LinkKind> kind) {
     }
   }
   return painted([&](QPainter& p) {
-    QPainterPath page;
-    page.moveTo(6, 2);
-    page.lineTo(20, 2);
-    page.lineTo(27, 9);
-    page.lineTo(27, 30);
-    page.lineTo(6, 30);
-    page.closeSubpath();
+    const QPainterPath page = pageOutline(6, 27);
     if (kind) {
       p.setPen(Qt::NoPen);
       p.setBrush(colour);
@@ -116,13 +123,7 @@ QIcon linkKind(std::optional<LinkKind> kind) {
 
 QIcon placeFile() {
   return painted([](QPainter& p) {
-    QPainterPath page;
-    page.moveTo(4, 2);
-    page.lineTo(16, 2);
-    page.lineTo(22, 8);
-    page.lineTo(22, 30);
-    page.lineTo(4, 30);
-    page.closeSubpath();
+    const QPainterPath page = pageOutline(4, 22);
     p.setPen(QPen(QColor(0x5f, 0x63, 0x68), 2));
     p.setBrush(Qt::white);
     p.drawPath(page);
@@ -137,13 +138,7 @@ QIcon placeFile() {
 
 QIcon exportDocument() {
   return painted([](QPainter& p) {
-    QPainterPath page;
-    page.moveTo(3, 2);
-    page.lineTo(15, 2);
-    page.lineTo(21, 8);
-    page.lineTo(21, 30);
-    page.lineTo(3, 30);
-    page.closeSubpath();
+    const QPainterPath page = pageOutline(3, 21);
     p.setPen(Qt::NoPen);
     p.setBrush(QColor(0x2b, 0x57, 0x9a));
     p.drawPath(page);
