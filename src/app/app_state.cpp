@@ -11,20 +11,15 @@ namespace inkharbour {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::string_view kNewStoryName = "Untitled Story";
 
-// "Untitled Story", or the first of "Untitled Story 2", "Untitled Story 3",
-// ... that no story is called.
-std::string freeStoryName(const std::vector<Story>& stories) {
-  auto taken = [&](const std::string& name) {
-    return std::any_of(stories.begin(), stories.end(),
-                       [&](const Story& story) { return story.name == name; });
-  };
-  std::string name(kNewStoryName);
-  for (int number = 2; taken(name); ++number) {
-    name = std::string(kNewStoryName) + " " + std::to_string(number);
-  }
-  return name;
+// The folder holding the file at `path`, absolute.
+fs::path folderOf(const fs::path& path) {
+  std::error_code error;
+  const fs::path absolute = fs::absolute(path, error);
+  return (error ? path : absolute).lexically_normal().parent_path();
 }
 
 }  // namespace
@@ -58,6 +53,48 @@ Story* AppState::findStory(const Uuid& storyID) {
     if (story.id == storyID) return &story;
   }
   return nullptr;
+}
+
+std::string AppState::unusedStoryName(const std::string& name) const {
+  auto taken = [&](const std::string& candidate) {
+    return std::any_of(document_.stories.begin(), document_.stories.end(),
+                       [&](const Story& story) { return story.name == candidate; });
+  };
+  std::string unused = name;
+  for (int number = 2; taken(unused); ++number) unused = name + " " + std::to_string(number);
+  return unused;
+}
+
+bool AppState::findMovedFile(Story& story) {
+  if (!story.link || !documentFolder_ || !document_.documentFolder) return false;
+  const fs::path stored(story.link->path);
+  if (FileIdentity::of(stored)) return false;
+  // Relative to the folder the document was saved in, the path may climb out
+  // of it ("../sources/a.docx"): a project is often more than one folder.
+  const fs::path relative = stored.lexically_relative(*document_.documentFolder);
+  if (relative.empty()) return false;
+  const fs::path found = (*documentFolder_ / relative).lexically_normal();
+  if (found == stored || !FileIdentity::of(found)) return false;
+  changeDocument();
+  story.link->path = found.string();
+  statusCache_->forget(story.id);
+  const std::pair<Uuid, std::string> entry{story.id, story.link->path};
+  if (std::find(relocated_.begin(), relocated_.end(), entry) == relocated_.end()) {
+    relocated_.push_back(entry);
+  }
+  return true;
+}
+
+std::vector<Uuid> AppState::relocatedLinks() const {
+  std::vector<Uuid> ids;
+  for (const auto& [id, path] : relocated_) {
+    const bool stillThere =
+        std::any_of(document_.stories.begin(), document_.stories.end(), [&](const Story& story) {
+          return story.id == id && story.link && story.link->path == path;
+        });
+    if (stillThere && std::find(ids.begin(), ids.end(), id) == ids.end()) ids.push_back(id);
+  }
+  return ids;
 }
 
 void AppState::willChange() {
@@ -160,13 +197,18 @@ void AppState::clearLastError() {
 // --- Link statuses -----------------------------------------------------------
 
 void AppState::refreshLinkStatus(const Uuid& storyID) {
-  const Story* story = findStory(storyID);
+  Story* story = findStory(storyID);
   if (story == nullptr || !story->link) {
     statusCache_->forget(storyID);
     removeStatus(storyID);
     return;
   }
-  setStatus(storyID, statusCache_->decide(storyID, *story->link, document_.styleMap));
+  auto status = statusCache_->decide(storyID, *story->link, document_.styleMap);
+  // Looked for only once the link shows missing: a present file costs no extra stat().
+  if (status == LinkStatus::missing && findMovedFile(*story)) {
+    status = statusCache_->decide(storyID, *story->link, document_.styleMap);
+  }
+  setStatus(storyID, status);
 }
 
 void AppState::refreshAllLinkStatuses() {
@@ -182,13 +224,17 @@ std::vector<LinkReadRequest> AppState::pollWithoutReading() {
   for (const auto& story : document_.stories) ids.push_back(story.id);
   std::vector<LinkReadRequest> reads;
   for (const auto& id : ids) {
-    const Story* story = findStory(id);
+    Story* story = findStory(id);
     if (story == nullptr || !story->link) {
       statusCache_->forget(id);
       removeStatus(id);
       continue;
     }
     auto next = statusCache_->poll(id, *story->link, document_.styleMap);
+    const auto* decided = std::get_if<LinkStatus>(&next);
+    if (decided && *decided == LinkStatus::missing && findMovedFile(*story)) {
+      next = statusCache_->poll(id, *story->link, document_.styleMap);
+    }
     if (const auto* status = std::get_if<LinkStatus>(&next)) {
       setStatus(id, *status);
     } else {
@@ -215,7 +261,7 @@ void AppState::applyLinkRead(const LinkReadResult& result) {
 // --- Document operations -----------------------------------------------------
 
 void AppState::newStory() {
-  Story story{.name = freeStoryName(document_.stories),
+  Story story{.name = unusedStoryName(std::string(kNewStoryName)),
               .blocks = {Block{.kind = Paragraph::make("Body", "")}}};
   const Uuid id = story.id;
   changeDocument();
@@ -375,6 +421,8 @@ void AppState::setStyleMap(StyleMap styleMap) {
 void AppState::newDocument() {
   changeDocument();
   document_ = ProjectDocument{};
+  documentFolder_.reset();
+  relocated_.clear();
   statusCache_->clear();
   willChange();
   linkStatuses_.clear();
@@ -392,6 +440,8 @@ void AppState::openDocument(const std::filesystem::path& path) {
   }
   changeDocument();
   document_ = std::move(opened);
+  documentFolder_ = folderOf(path);
+  relocated_.clear();
   // Statuses and cached digests belong to the old document; the same story
   // ids may well come back (the same file opened again) with other bases.
   statusCache_->clear();
@@ -404,11 +454,21 @@ void AppState::openDocument(const std::filesystem::path& path) {
 }
 
 void AppState::saveDocument(const std::filesystem::path& path) {
+  const fs::path folder = folderOf(path);
+  // The file records where it is, which a later open compares with where it
+  // is then; the in-memory document says the same as the file.
+  std::optional<std::string> previous = folder.string();
+  willChange();
+  document_.documentFolder.swap(previous);
   try {
     DocumentFile::write(document_, path);
   } catch (const std::exception& error) {
+    document_.documentFolder.swap(previous);
     fail(error);
+    return;
   }
+  documentFolder_ = folder;
+  relocated_.clear();
 }
 
 }  // namespace inkharbour

@@ -28,6 +28,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "model/story.h"
@@ -106,10 +107,11 @@ class AppState {
   // --- Link statuses ---------------------------------------------------------
 
   // Re-decides one story's status: no entry for an unknown or unlinked
-  // story; missing when no regular file is at the path (a FIFO, device or
-  // folder is never opened) or it cannot be read; upToDate when
-  // its content fingerprints equal those of the link's base snapshot;
-  // modified otherwise. Local edits never enter the decision.
+  // story; a link whose file is gone is first looked for beside the moved
+  // document (see relocatedLinks); missing when no regular file is at the
+  // path (a FIFO, device or folder is never opened) or it cannot be read;
+  // upToDate when its content fingerprints equal those of the link's base
+  // snapshot; modified otherwise. Local edits never enter the decision.
   void refreshLinkStatus(const Uuid& storyID);
   // refreshLinkStatus for every story, in story order.
   void refreshAllLinkStatuses();
@@ -165,8 +167,23 @@ class AppState {
   // Replaces the document with the file's, selects its first story and
   // decides every link's status at once. On failure the open document stays.
   void openDocument(const std::filesystem::path& path);
-  // Writes the document to the file, replacing it atomically.
+  // Writes the document to the file, replacing it atomically. The file
+  // records its own folder, and links found beside the moved document keep
+  // their new paths from now on.
   void saveDocument(const std::filesystem::path& path);
+
+  // --- Moved documents --------------------------------------------------------
+  // A project folder moved to another machine or through a sync service
+  // takes its linked files along, but the links hold absolute paths. A link
+  // whose file is gone from its path is looked for at the same place relative
+  // to the document's folder as it was relative to the folder the document
+  // was last saved in; when a file is there, the link points at it from then
+  // on (status, update, push), and the next save stores that path.
+
+  // The stories whose links were pointed at their files' new places since
+  // the document was opened or last saved, in the order they were found.
+  // Only stories still linked to the found file count.
+  std::vector<Uuid> relocatedLinks() const;
 
   // --- Snapshots, for undo ----------------------------------------------------
 
@@ -217,9 +234,19 @@ class AppState {
   void updateLinkedDocument(const Uuid& storyID);
   // updateFromLinked for every story whose status is modified, in story order.
   void updateAllLinks();
+  // Points the story's link at the file's new place. Unlike linkToOriginal
+  // the base snapshot stays, so updateFromLinked still merges three ways and
+  // local edits survive it; the link kind follows the new file's extension.
+  // The status is then decided as a poll would.
+  void relink(const Uuid& storyID, const std::filesystem::path& path);
 
  private:
   Story* findStory(const Uuid& storyID);
+  // `name`, or the first of "name 2", "name 3", ... that no story is called.
+  std::string unusedStoryName(const std::string& name) const;
+  // Points a link whose file is gone at the file found beside the moved
+  // document, if there is one; true when it did.
+  bool findMovedFile(Story& story);
   void willChange();
   void changeDocument();  // willChange() for a change of the document itself
   void setStatus(const Uuid& storyID, LinkStatus status);
@@ -234,6 +261,11 @@ class AppState {
   std::optional<std::string> lastError_;
   std::int64_t editorReloadToken_ = 0;
   std::uint64_t documentRevision_ = 0;
+  // Where the document file is now: the folder it was opened from or last
+  // saved in; none for a document never saved.
+  std::optional<std::filesystem::path> documentFolder_;
+  // Links found moved since the open or the save: the story and its new path.
+  std::vector<std::pair<Uuid, std::string>> relocated_;
 
   std::function<void()> observer_;
   std::unique_ptr<LinkStatusCache> statusCache_;

@@ -11,6 +11,7 @@
 
 #include "importers/docx_error.h"
 #include "merge/merge_keys.h"
+#include "merge/note_alignment.h"
 
 namespace inkharbour {
 
@@ -93,6 +94,32 @@ ContentDigest contentDigest(const std::vector<Block>& blocks,
   return sha.finish();
 }
 
+ContentDigest linkDigest(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes) {
+  const auto numbers = MergeEngine::readingOrderNumbers(blocks, footnotes);
+  // (new number, index in footnotes), in the order of the new numbers
+  std::vector<std::pair<std::int64_t, std::size_t>> notes;
+  notes.reserve(footnotes.size());
+  for (std::size_t i = 0; i < footnotes.size(); ++i) {
+    const auto found = numbers.find(footnotes[i].id);
+    notes.emplace_back(found == numbers.end() ? footnotes[i].id : found->second, i);
+  }
+  std::stable_sort(notes.begin(), notes.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+
+  Sha256 sha;
+  sha.addLength(blocks.size());
+  for (const auto& block : blocks) {
+    // Only blocks citing a renumbered note are copied: usually none are.
+    const auto renumbered = MergeEngine::renumberedMarks(block, numbers);
+    sha.addString(MergeEngine::mergeKey(renumbered ? *renumbered : block));
+  }
+  sha.addLength(notes.size());
+  for (const auto& [number, i] : notes) {
+    sha.addString(std::to_string(number) + ":" + footnotes[i].text());
+  }
+  return sha.finish();
+}
+
 std::optional<FileIdentity> FileIdentity::of(const std::filesystem::path& path) {
   struct stat info {};
   if (::stat(path.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
@@ -111,11 +138,11 @@ LinkReadResult readLinkedFile(const LinkReadRequest& request) {
     result.ticket = request.ticket;
     try {
       const auto content = DocxReader::read(request.ticket.path, request.styleMap);
-      result.digest = contentDigest(content.blocks, content.footnotes);
+      result.digest = linkDigest(content.blocks, content.footnotes);
     } catch (const DocxError&) {
       // The package itself is broken: it stays so until the file changes.
     }
-    if (request.base) result.base = contentDigest(request.base->blocks, request.base->footnotes);
+    if (request.base) result.base = linkDigest(request.base->blocks, request.base->footnotes);
   } catch (...) {
     result.digest.reset();
     result.passingFailure = true;
@@ -234,7 +261,7 @@ LinkStatus LinkStatusCache::decide(const Uuid& storyID, const StoryLink& link,
     // Here the base is digested only once the file proved readable, and on
     // this thread: there is no other.
     if (result.digest && !entry(storyID).base) {
-      result.base = contentDigest(link.baseBlocks, link.baseFootnotes);
+      result.base = linkDigest(link.baseBlocks, link.baseFootnotes);
     }
   } catch (...) {
     entries_.erase(storyID);
@@ -250,7 +277,7 @@ LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
   const auto identity = stat_(path);
   ++fileReads_;
   LinkedRead result{.content = DocxReader::read(path, styleMap), .digest = {}};
-  result.digest = contentDigest(result.content.blocks, result.content.footnotes);
+  result.digest = linkDigest(result.content.blocks, result.content.footnotes);
   Entry& entry = change(storyID);
   if (identity) {
     entry.file = FileState{

@@ -2,6 +2,8 @@
 // base snapshot. Content is compared by fingerprint: one string per block (its
 // merge key: "P:" + text, "T:" + contentKey, "I:" + image SHA-256) and one per
 // footnote (id + ":" + text), so formatting and style names never count.
+// Both sides have their notes numbered in reading order first (linkDigest):
+// another program that renumbers the notes on saving makes no change.
 //
 // LinkStatusCache makes the poll cheap. It remembers, per story, the identity
 // of the linked file when it was last read and a digest of that file's
@@ -45,6 +47,13 @@ using ContentDigest = std::array<std::uint8_t, 32>;
 // Two contents have equal digests exactly when both lists are equal.
 ContentDigest contentDigest(const std::vector<Block>& blocks,
                             const std::vector<Footnote>& footnotes);
+
+// The digest the status compares: contentDigest of the content with its
+// notes and marks renumbered by MergeEngine::readingOrderNumbers, the notes
+// listed in that order. Contents that differ only in how their notes are
+// numbered (MergeEngine::alignNotes undoes such a difference) or listed get
+// equal digests, so a file's digest needs no base to be compared with.
+ContentDigest linkDigest(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes);
 
 // What identifies one version of a file without reading it. Any write to
 // the file changes the change time; a replacement by rename changes the inode.
@@ -136,7 +145,7 @@ class LinkStatusCache {
 
   struct LinkedRead {
     ImportResult content;
-    ContentDigest digest;  // contentDigest of `content`
+    ContentDigest digest;  // linkDigest of `content`
   };
   // Reads the file at `path` for the story's link with DocxReader::read and
   // remembers it as decide() would, so that the next decision need not read

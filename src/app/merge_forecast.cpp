@@ -3,6 +3,7 @@
 #include <map>
 
 #include "merge/merge_engine.h"
+#include "merge/note_alignment.h"
 
 namespace inkharbour {
 
@@ -65,9 +66,19 @@ std::string counted(std::int64_t n, const char* one, const char* many) {
 MergeForecast forecastMerge(const StoryLink& link, const std::vector<Block>& local,
                             const std::vector<Footnote>& localFootnotes,
                             const ImportResult& external) {
-  const auto blocks = MergeEngine::merge(link.baseBlocks, local, external.blocks);
+  // Aligned with the base's note numbers as Update Link aligns it; copied
+  // only when some note is renumbered.
+  const auto numbers = MergeEngine::alignmentNumbers(
+      external.blocks, external.footnotes, link.baseBlocks, link.baseFootnotes, localFootnotes);
+  std::optional<MergeEngine::NotedContent> aligned;
+  if (!numbers.empty()) {
+    aligned = MergeEngine::renumberNotes({external.blocks, external.footnotes}, numbers);
+  }
+  const auto& theirBlocks = aligned ? aligned->blocks : external.blocks;
+  const auto& theirFootnotes = aligned ? aligned->footnotes : external.footnotes;
+  const auto blocks = MergeEngine::merge(link.baseBlocks, local, theirBlocks);
   const auto footnotes =
-      MergeEngine::mergeFootnotes(link.baseFootnotes, localFootnotes, external.footnotes);
+      MergeEngine::mergeFootnotes(link.baseFootnotes, localFootnotes, theirFootnotes);
   MergeForecast forecast;
   count(forecast, blocks.changes);
   // Every block conflict leaves one note; the block merge's other notes are

@@ -8,6 +8,7 @@
 #include "app/link_status.h"
 #include "importers/docx_reader.h"
 #include "merge/merge_engine.h"
+#include "merge/note_alignment.h"
 #include "writer/docx_writer.h"
 #include "writer/text_writer.h"
 
@@ -45,7 +46,8 @@ void append(std::vector<T>& to, std::vector<T>&& from) {
 
 void AppState::place(const fs::path& chosen) {
   const fs::path path = absolutePath(chosen);
-  Story story{.name = path.stem().string()};
+  // A second "chapter" placed beside the first becomes "chapter 2".
+  Story story{.name = unusedStoryName(path.stem().string())};
   std::optional<LinkStatusCache::LinkedRead> read;
   try {
     read = statusCache_->read(story.id, path, document_.styleMap);
@@ -107,6 +109,7 @@ void AppState::exportStory(const Uuid& storyID, const fs::path& chosen) {
 void AppState::updateFromLinked(const Uuid& storyID) {
   Story* story = findStory(storyID);
   if (story == nullptr || !story->link) return;
+  findMovedFile(*story);
   std::optional<LinkStatusCache::LinkedRead> read;
   try {
     read = statusCache_->read(storyID, story->link->path, document_.styleMap);
@@ -115,9 +118,20 @@ void AppState::updateFromLinked(const Uuid& storyID) {
     return;
   }
   StoryLink& link = *story->link;
-  auto blocks = MergeEngine::merge(link.baseBlocks, story->blocks, read->content.blocks);
+  // Under the base's note numbers: notes that another program renumbered
+  // merge as the notes they are, and a note new in the file meets no other.
+  const auto numbers =
+      MergeEngine::alignmentNumbers(read->content.blocks, read->content.footnotes, link.baseBlocks,
+                                    link.baseFootnotes, story->footnotes);
+  auto external = MergeEngine::renumberNotes(
+      {std::move(read->content.blocks), std::move(read->content.footnotes)}, numbers);
+  // Renumbering leaves the linkDigest as it was unless some mark's text is
+  // not the reader's "[n]" for its note, so a renumbered base is digested afresh.
+  const ContentDigest baseDigest =
+      numbers.empty() ? read->digest : linkDigest(external.blocks, external.footnotes);
+  auto blocks = MergeEngine::merge(link.baseBlocks, story->blocks, external.blocks);
   auto footnotes =
-      MergeEngine::mergeFootnotes(link.baseFootnotes, story->footnotes, read->content.footnotes);
+      MergeEngine::mergeFootnotes(link.baseFootnotes, story->footnotes, external.footnotes);
 
   changeDocument();
   story->blocks = std::move(blocks.blocks);
@@ -127,10 +141,12 @@ void AppState::updateFromLinked(const Uuid& storyID) {
   append(story->notes, std::move(footnotes.notes));
   story->lastMergeReport = std::move(blocks.changes);
   append(story->lastMergeReport, std::move(footnotes.changes));
-  link.baseBlocks = std::move(read->content.blocks);
-  link.baseFootnotes = std::move(read->content.footnotes);
+  // The renumbered content, so that story, base and the next read of the
+  // file agree on every note's number.
+  link.baseBlocks = std::move(external.blocks);
+  link.baseFootnotes = std::move(external.footnotes);
   link.lastSync = now();
-  statusCache_->setBase(storyID, read->digest);
+  statusCache_->setBase(storyID, baseDigest);
   setStatus(storyID, LinkStatus::upToDate);
   bumpReloadToken();
 }
@@ -142,6 +158,7 @@ void AppState::updateLinkedDocument(const Uuid& storyID) {
     failWith(std::string(kExcelIsOneWay));
     return;
   }
+  findMovedFile(*story);
   // A text link gets plain text: a Word package written over the author's
   // .txt would destroy it and leave a link to an unreadable file.
   const bool text = story->link->kind == LinkKind::text;
@@ -153,7 +170,7 @@ void AppState::updateLinkedDocument(const Uuid& storyID) {
       // now holds, so the link reads up to date.
       written = DocxReader::readAs(story->link->path, LinkKind::text, document_.styleMap);
     } else {
-      DocxWriter::write(story->blocks, story->footnotes, story->link->path);
+      DocxWriter::update(story->blocks, story->footnotes, story->link->path, document_.styleMap);
     }
   } catch (const std::exception& error) {
     fail(error);
@@ -166,6 +183,17 @@ void AppState::updateLinkedDocument(const Uuid& storyID) {
   // What the file now holds is the reader's business: the next poll reads it.
   statusCache_->forget(storyID);
   setStatus(storyID, LinkStatus::upToDate);
+}
+
+void AppState::relink(const Uuid& storyID, const fs::path& chosen) {
+  Story* story = findStory(storyID);
+  if (story == nullptr || !story->link) return;
+  const fs::path path = absolutePath(chosen);
+  changeDocument();
+  story->link->path = path.string();
+  story->link->kind = DocxReader::linkKind(path);
+  statusCache_->forget(storyID);
+  refreshLinkStatus(storyID);
 }
 
 void AppState::updateAllLinks() {

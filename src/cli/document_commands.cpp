@@ -87,8 +87,27 @@ void open(AppState& state, const fs::path& document) {
   perform(state, [&] { state.openDocument(document); });
 }
 
-void save(AppState& state, const fs::path& document) {
-  perform(state, [&] { state.saveDocument(document); });
+// Saves, and tells of the links that the save points at their files' new
+// places beside the moved document (not in JSON output, which stays one
+// JSON value).
+void save(AppState& state, const DocumentRequest& request, std::ostream& out) {
+  const std::vector<Uuid> relocated = request.json ? std::vector<Uuid>{} : state.relocatedLinks();
+  perform(state, [&] { state.saveDocument(request.document); });
+  for (const auto& id : relocated) {
+    const Story& story = storyWithID(state, id);
+    out << inQuotes(story.name) << " is now linked to " << story.link->path
+        << ", where its file moved with the document.\n";
+  }
+}
+
+// A path that names nothing is a typing mistake here, not a link to show as
+// missing.
+void requireFile(const fs::path& file) {
+  std::error_code error;
+  if (!fs::exists(file, error)) {
+    throw Failure(describeError(fs::filesystem_error(
+        "link", file, std::make_error_code(std::errc::no_such_file_or_directory))));
+  }
 }
 
 std::optional<LinkStatus> statusOf(const AppState& state, const Uuid& id) {
@@ -121,7 +140,7 @@ int place(AppState& state, const DocumentRequest& request, std::ostream& out) {
     perform(state, [&] { state.place(file); });
     placed.push_back(*state.selectedStoryID());  // place selects the new story
   }
-  save(state, request.document);
+  save(state, request, out);
   for (const auto& id : placed) {
     const Story& story = storyWithID(state, id);
     out << "Placed " << inQuotes(story.name) << " (" << id.string() << ").\n";
@@ -132,15 +151,9 @@ int place(AppState& state, const DocumentRequest& request, std::ostream& out) {
 int link(AppState& state, const DocumentRequest& request, std::ostream& out) {
   const Uuid id = resolveStory(state, request);
   const fs::path& file = request.files.at(0);
-  // A path that names nothing is a typing mistake here, not a link to show
-  // as missing.
-  std::error_code error;
-  if (!fs::exists(file, error)) {
-    throw Failure(describeError(fs::filesystem_error(
-        "link", file, std::make_error_code(std::errc::no_such_file_or_directory))));
-  }
+  requireFile(file);
   perform(state, [&] { state.linkToOriginal(id, file); });
-  save(state, request.document);
+  save(state, request, out);
   const Story& story = storyWithID(state, id);
   const auto status = statusOf(state, id);
   out << "Linked " << inQuotes(story.name) << " to " << story.link->path << ": "
@@ -148,10 +161,23 @@ int link(AppState& state, const DocumentRequest& request, std::ostream& out) {
   return 0;
 }
 
+int relink(AppState& state, const DocumentRequest& request, std::ostream& out) {
+  const Uuid id = resolveLinkedStory(state, request);
+  const fs::path& file = request.files.at(0);
+  requireFile(file);
+  perform(state, [&] { state.relink(id, file); });
+  save(state, request, out);
+  const Story& story = storyWithID(state, id);
+  const auto status = statusOf(state, id);
+  out << "Relinked " << inQuotes(story.name) << " to " << story.link->path << ": "
+      << (status ? name(*status) : "not decided") << ".\n";
+  return 0;
+}
+
 int unlink(AppState& state, const DocumentRequest& request, std::ostream& out) {
   const Uuid id = resolveLinkedStory(state, request);
   perform(state, [&] { state.unlink(id); });
-  save(state, request.document);
+  save(state, request, out);
   out << "Unlinked " << inQuotes(storyWithID(state, id).name) << ".\n";
   return 0;
 }
@@ -160,7 +186,7 @@ int update(AppState& state, const DocumentRequest& request, std::ostream& out) {
   const Uuid id = resolveLinkedStory(state, request);
   const std::size_t notesBefore = storyWithID(state, id).notes.size();
   perform(state, [&] { state.updateFromLinked(id); });
-  save(state, request.document);
+  save(state, request, out);
   const Story& story = storyWithID(state, id);
   MergeOutcome outcome{.changes = story.lastMergeReport};
   outcome.notes.assign(story.notes.begin() + static_cast<std::ptrdiff_t>(notesBefore),
@@ -198,15 +224,25 @@ int updateAll(AppState& state, const DocumentRequest& request, std::ostream& out
       start = end + 1;
     }
   }
-  save(state, request.document);
+  save(state, request, out);
   out << report;
   return conflicts ? 1 : 0;
 }
 
 int push(AppState& state, const DocumentRequest& request, std::ostream& out) {
   const Uuid id = resolveLinkedStory(state, request);
+  // Opening decided the status: modified means a co-author's changes that a
+  // push would overwrite unseen.
+  const StoryLink& link = *storyWithID(state, id).link;
+  if (statusOf(state, id) == LinkStatus::modified && !request.force &&
+      link.kind != LinkKind::excel) {
+    const fs::path file(link.path);
+    throw Failure(inQuotes(file.filename().string()) +
+                  " has changes that are not in the story: update first, or push --force to "
+                  "overwrite them.");
+  }
   perform(state, [&] { state.updateLinkedDocument(id); });
-  save(state, request.document);
+  save(state, request, out);
   const Story& story = storyWithID(state, id);
   out << "Pushed " << inQuotes(story.name) << " to " << story.link->path << ".\n";
   return 0;
@@ -215,7 +251,7 @@ int push(AppState& state, const DocumentRequest& request, std::ostream& out) {
 int exportStory(AppState& state, const DocumentRequest& request, std::ostream& out) {
   const Uuid id = resolveStory(state, request);
   perform(state, [&] { state.exportStory(id, request.files.at(0)); });
-  save(state, request.document);
+  save(state, request, out);
   const Story& story = storyWithID(state, id);
   out << "Exported " << inQuotes(story.name) << " to " << story.link->path << ".\n";
   return 0;
@@ -232,7 +268,7 @@ int dismissNote(AppState& state, const DocumentRequest& request, std::ostream& o
     throw Failure("No Story Note " + inQuotes(request.note) + " in " + inQuotes(story.name) + ".");
   }
   perform(state, [&] { state.dismissNote(storyID, *noteID); });
-  save(state, request.document);
+  save(state, request, out);
   out << "Dismissed Story Note " << noteID->string() << ".\n";
   return 0;
 }
@@ -241,7 +277,7 @@ int deleteStory(AppState& state, const DocumentRequest& request, std::ostream& o
   const Uuid id = resolveStory(state, request);
   const std::string name = storyWithID(state, id).name;
   perform(state, [&] { state.deleteStory(id); });
-  save(state, request.document);
+  save(state, request, out);
   out << "Deleted " << inQuotes(name) << ".\n";
   return 0;
 }
@@ -364,6 +400,8 @@ int dispatch(AppState& state, const DocumentRequest& request, std::ostream& out)
       return place(state, request, out);
     case DocumentCommand::link:
       return link(state, request, out);
+    case DocumentCommand::relink:
+      return relink(state, request, out);
     case DocumentCommand::unlink:
       return unlink(state, request, out);
     case DocumentCommand::status:

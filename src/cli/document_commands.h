@@ -25,11 +25,12 @@ enum class DocumentCommand {
   newDocument,  // new DOC [--force]
   place,        // place DOC FILE...
   link,         // link DOC STORY FILE
+  relink,       // relink DOC STORY FILE
   unlink,       // unlink DOC STORY
   status,       // status DOC [--json]
   update,       // update DOC STORY
   updateAll,    // update-all DOC
-  push,         // push DOC STORY
+  push,         // push DOC STORY [--force]
   exportStory,  // export DOC STORY OUT
   notes,        // notes DOC STORY [--json]
   dismissNote,  // dismiss-note DOC STORY NOTE
@@ -42,10 +43,12 @@ struct DocumentRequest {
   DocumentCommand command = DocumentCommand::stories;
   std::filesystem::path document;
   std::string story;                         // a name, or an id in either case
-  std::vector<std::filesystem::path> files;  // place: the files; link, export: one
+  std::vector<std::filesystem::path> files;  // place: the files; link, relink, export: one
   std::string note;                          // dismiss-note: the Story Note's id
   bool json = false;
-  bool force = false;  // new: replace an existing file
+  // new: replace an existing file; push: overwrite changes in the linked
+  // file that were never merged into the story
+  bool force = false;
 };
 
 // Runs the command with a fresh AppState. Output goes to `out`, the one

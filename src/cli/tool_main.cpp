@@ -74,13 +74,20 @@ int main(int argc, char** argv) {
       ->add_option("file", request.files, "the file")
       ->required()
       ->expected(1);
+  story(document("relink", DocumentCommand::relink,
+                 "Point a story's link at its file's new place, keeping what was last synced"))
+      ->add_option("file", request.files, "the file at its new place")
+      ->required()
+      ->expected(1);
   story(document("unlink", DocumentCommand::unlink, "Drop a story's link"));
   json(document("status", DocumentCommand::status,
                 "Show each story's link status; exit 1 when one is modified or missing"));
   json(story(document("update", DocumentCommand::update,
                       "Merge the linked file's changes into a story (Update Link)")));
   document("update-all", DocumentCommand::updateAll, "Update every modified link");
-  story(document("push", DocumentCommand::push, "Write a story over its linked file (Push Edits)"));
+  story(document("push", DocumentCommand::push, "Write a story over its linked file (Push Edits)"))
+      ->add_flag("--force", request.force,
+                 "push even over changes in the file that are not in the story");
   story(document("export", DocumentCommand::exportStory,
                  "Write a story to a new Word document and link it there"))
       ->add_option("output", request.files, "the new .docx")

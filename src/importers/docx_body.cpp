@@ -2,6 +2,7 @@
 
 #include <charconv>
 
+#include "importers/package.h"
 #include "model/style_sheet.h"
 
 namespace inkharbour::docx {
@@ -76,6 +77,59 @@ std::uint64_t textSize(const std::vector<TextRun>& runs) {
 }
 
 }  // namespace
+
+void StylesParser::startElement(std::string_view name, const XmlAttributes& attributes) {
+  if (name == "style") {
+    const auto id = attributes.get("w:styleId", "styleId");
+    currentID_ = id ? std::optional<std::string>(*id) : std::nullopt;
+    const auto type = attributes.get("w:type", "type");
+    paragraphStyle_ = !type || *type == "paragraph";
+  } else if (name == "name" && currentID_) {
+    if (const auto value = attributes.get("w:val", "val")) {
+      map[*currentID_] = std::string(*value);
+      if (paragraphStyle_) {
+        paragraphNames.emplace_back(*value);
+        paragraphIDs.push_back(*currentID_);
+      }
+    }
+  }
+}
+
+void StylesParser::endElement(std::string_view name) {
+  if (name == "style") currentID_.reset();
+}
+
+void RelationshipsParser::startElement(std::string_view name, const XmlAttributes& attributes) {
+  if (name != "Relationship") return;
+  const auto id = attributes.get("Id");
+  const auto target = attributes.get("Target");
+  if (id && target) map[std::string(*id)] = std::string(*target);
+}
+
+std::string memberOfTarget(std::string_view target) {
+  return target.starts_with('/') ? std::string(target.substr(1)) : "word/" + std::string(target);
+}
+
+namespace {
+
+// "media/image1.png" gives "image1.png"; trailing slashes are ignored.
+std::string lastPathComponent(std::string_view target) {
+  while (target.size() > 1 && target.back() == '/') target.remove_suffix(1);
+  if (target == "/") return std::string(target);
+  const auto slash = target.rfind('/');
+  return std::string(slash == std::string_view::npos ? target : target.substr(slash + 1));
+}
+
+}  // namespace
+
+std::optional<ImageBlock> loadImage(Package& package, const Relationships& relationships,
+                                    std::string_view relationshipID) {
+  const auto found = relationships.find(relationshipID);
+  if (found == relationships.end()) return std::nullopt;
+  auto bytes = package.readOptional(memberOfTarget(found->second));
+  if (!bytes) return std::nullopt;
+  return ImageBlock{.data = std::move(*bytes), .name = lastPathComponent(found->second)};
+}
 
 std::optional<std::int64_t> parseInteger(std::string_view text) {
   // One optional sign, then digits only; from_chars takes "-" but not "+".

@@ -15,9 +15,14 @@
 #include "importers/xml_parser.h"
 #include "model/story.h"
 
+namespace inkharbour {
+class Package;
+}
+
 namespace inkharbour::docx {
 
 using StyleNames = std::map<std::string, std::string, std::less<>>;
+using Relationships = std::map<std::string, std::string, std::less<>>;  // id -> target
 using ImageLoader = std::function<std::optional<ImageBlock>(std::string_view relationshipID)>;
 
 // A decimal integer: an optional "+" or "-", then ASCII digits only, within
@@ -27,6 +32,45 @@ std::optional<std::int64_t> parseInteger(std::string_view text);
 // Joins each run onto the previous one when neither cites a footnote and
 // their formatting is the same.
 std::vector<TextRun> mergeAdjacentRuns(const std::vector<TextRun>& runs);
+
+// Collects a styles part: style id -> style name, and the names of the
+// paragraph styles in the order they are declared.
+class StylesParser final : public XmlHandler {
+ public:
+  StylesParser() { setWantsCharacters(false); }
+  void startElement(std::string_view name, const XmlAttributes& attributes) override;
+  void endElement(std::string_view name) override;
+  void characters(std::string_view) override {}
+
+  StyleNames map;
+  std::vector<std::string> paragraphNames;
+  std::vector<std::string> paragraphIDs;
+
+ private:
+  std::optional<std::string> currentID_;
+  bool paragraphStyle_ = false;
+};
+
+// Collects a relationships part: relationship id -> target.
+class RelationshipsParser final : public XmlHandler {
+ public:
+  RelationshipsParser() { setWantsCharacters(false); }
+  void startElement(std::string_view name, const XmlAttributes& attributes) override;
+  void endElement(std::string_view) override {}
+  void characters(std::string_view) override {}
+
+  Relationships map;
+};
+
+// The package member a target of the main document's relationships names:
+// "media/a.png" is "word/media/a.png", "/media/a.png" is "media/a.png".
+std::string memberOfTarget(std::string_view target);
+
+// The picture a relationship of the main document points at, named after
+// the target's last path component; no value when the relationship or its
+// member is absent or unreadable.
+std::optional<ImageBlock> loadImage(Package& package, const Relationships& relationships,
+                                    std::string_view relationshipID);
 
 // Parser delegate for a body of paragraphs. Paragraphs do not nest: a
 // paragraph start inside an open paragraph (text-box content) starts a fresh

@@ -24,48 +24,6 @@ std::string lowerExtension(const std::filesystem::path& path) {
   return text::lowercased(extension);
 }
 
-class StylesParser final : public XmlHandler {
- public:
-  StylesParser() { setWantsCharacters(false); }
-  void startElement(std::string_view name, const XmlAttributes& attributes) override {
-    if (name == "style") {
-      const auto id = attributes.get("w:styleId", "styleId");
-      currentID = id ? std::optional<std::string>(*id) : std::nullopt;
-      const auto type = attributes.get("w:type", "type");
-      paragraphStyle = !type || *type == "paragraph";
-    } else if (name == "name" && currentID) {
-      if (const auto value = attributes.get("w:val", "val")) {
-        map[*currentID] = std::string(*value);
-        if (paragraphStyle) paragraphNames.emplace_back(*value);
-      }
-    }
-  }
-  void endElement(std::string_view name) override {
-    if (name == "style") currentID.reset();
-  }
-  void characters(std::string_view) override {}
-
-  StyleNames map;
-  std::vector<std::string> paragraphNames;
-  std::optional<std::string> currentID;
-  bool paragraphStyle = false;
-};
-
-class RelationshipsParser final : public XmlHandler {
- public:
-  RelationshipsParser() { setWantsCharacters(false); }
-  void startElement(std::string_view name, const XmlAttributes& attributes) override {
-    if (name != "Relationship") return;
-    const auto id = attributes.get("Id");
-    const auto target = attributes.get("Target");
-    if (id && target) map[std::string(*id)] = std::string(*target);
-  }
-  void endElement(std::string_view) override {}
-  void characters(std::string_view) override {}
-
-  std::map<std::string, std::string, std::less<>> map;
-};
-
 // Parses an optional part as far as it is well-formed. A part that declares
 // a document type is refused before its first element, so it yields nothing.
 template <typename Parser>
@@ -75,14 +33,6 @@ Parser parseOptional(Package& package, std::string_view member, Parser parser) {
   XmlParser xml(parser);
   xml.feed(asText(*bytes), true);
   return parser;
-}
-
-// "media/image1.png" gives "image1.png"; trailing slashes are ignored.
-std::string lastPathComponent(std::string_view target) {
-  while (target.size() > 1 && target.back() == '/') target.remove_suffix(1);
-  if (target == "/") return std::string(target);
-  const auto slash = target.rfind('/');
-  return std::string(slash == std::string_view::npos ? target : target.substr(slash + 1));
 }
 
 std::vector<Footnote> readNotes(Package& package, std::string_view member,
@@ -102,20 +52,11 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
   Package package(path, limits);
   if (!package.has(kDocumentPart)) throw DocxError::missingEntry(std::string(kDocumentPart));
 
-  const StyleNames styleNames = parseOptional(package, "word/styles.xml", StylesParser{}).map;
+  const StyleNames styleNames = parseOptional(package, "word/styles.xml", docx::StylesParser{}).map;
   const auto relationships =
-      parseOptional(package, "word/_rels/document.xml.rels", RelationshipsParser{}).map;
+      parseOptional(package, "word/_rels/document.xml.rels", docx::RelationshipsParser{}).map;
 
-  auto loadImage = [&](std::string_view id) -> std::optional<ImageBlock> {
-    const auto found = relationships.find(id);
-    if (found == relationships.end()) return std::nullopt;
-    const std::string_view target = found->second;
-    const std::string member =
-        target.starts_with('/') ? std::string(target.substr(1)) : "word/" + std::string(target);
-    auto bytes = package.readOptional(member);
-    if (!bytes) return std::nullopt;
-    return ImageBlock{.data = std::move(*bytes), .name = lastPathComponent(target)};
-  };
+  auto loadImage = [&](std::string_view id) { return docx::loadImage(package, relationships, id); };
 
   docx::BodyParser body(styleNames, styleMap, loadImage, package.budget(),
                         std::string(kDocumentPart));
@@ -143,7 +84,7 @@ namespace DocxReader {
 std::vector<std::string> paragraphStyleNames(const std::filesystem::path& path) {
   try {
     Package package(path, ImportLimits{});
-    auto names = parseOptional(package, "word/styles.xml", StylesParser{}).paragraphNames;
+    auto names = parseOptional(package, "word/styles.xml", docx::StylesParser{}).paragraphNames;
     std::sort(names.begin(), names.end());
     names.erase(std::unique(names.begin(), names.end()), names.end());
     return names;

@@ -137,6 +137,20 @@ std::int64_t Package::locate(std::string_view member) const {
   return index;
 }
 
+std::vector<std::string> Package::members() const {
+  std::vector<std::string> names;
+  if (archive_ == nullptr) return names;
+  const zip_int64_t count = zip_get_num_entries(archive_, 0);
+  for (zip_int64_t i = 0; i < count; ++i) {
+    const char* name = zip_get_name(archive_, static_cast<zip_uint64_t>(i), ZIP_FL_ENC_RAW);
+    if (name == nullptr) continue;
+    std::string entry(name);
+    std::replace(entry.begin(), entry.end(), '\\', '/');
+    names.push_back(std::move(entry));
+  }
+  return names;
+}
+
 bool Package::has(std::string_view member) const { return locate(member) >= 0; }
 
 bool Package::stream(std::string_view member,

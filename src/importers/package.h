@@ -31,6 +31,13 @@ class Package {
   Package(const Package&) = delete;
   Package& operator=(const Package&) = delete;
 
+  // True when the file opened as a ZIP archive.
+  bool opened() const { return archive_ != nullptr; }
+
+  // The names of the archive's members in the order the archive lists them,
+  // Windows separators turned into "/". Empty when it did not open.
+  std::vector<std::string> members() const;
+
   // True when the archive opened and lists the member (its data may still
   // turn out unreadable).
   bool has(std::string_view member) const;

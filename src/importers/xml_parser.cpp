@@ -125,6 +125,14 @@ void XmlParser::feed(std::string_view chunk, bool last) {
   if (last) finished_ = true;
 }
 
+std::uint64_t XmlParser::eventOffset() const {
+  return static_cast<std::uint64_t>(XML_GetCurrentByteIndex(parser_));
+}
+
+std::size_t XmlParser::eventLength() const {
+  return static_cast<std::size_t>(XML_GetCurrentByteCount(parser_));
+}
+
 bool XmlParser::parse(XmlHandler& handler, std::string_view document) {
   XmlParser parser(handler);
   parser.feed(document, true);

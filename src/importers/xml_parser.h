@@ -6,6 +6,8 @@
 // declared, expanded or fetched.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <optional>
 #include <string_view>
@@ -65,6 +67,12 @@ class XmlParser {
   bool failed() const { return failed_; }
   // True when the document declared a document type and was refused.
   bool refusedDoctype() const { return refusedDoctype_; }
+
+  // Where the event being handled lies in the bytes fed so far: its first
+  // byte and its length, which is 0 for the end of an empty element
+  // ("<w:p/>"). Meaningful only inside a handler call.
+  std::uint64_t eventOffset() const;
+  std::size_t eventLength() const;
 
   // Parses a whole document; returns succeeded().
   static bool parse(XmlHandler& handler, std::string_view document);

@@ -48,6 +48,8 @@ class Decoder {
         document.stories = array(value, key, [this](dom::element item) { return story(item); });
       } else if (key == "styleMap") {
         document.styleMap = styleMap(value, key);
+      } else if (key == "documentFolder") {
+        document.documentFolder = std::string(string(value, key));
       }
     }
     return document;

@@ -112,6 +112,10 @@ void putKind(Json& json, std::string_view alternative, const Payload& payload) {
 template <typename Json>
 void put(Json& json, const ProjectDocument& document) {
   json.beginObject();
+  if (document.documentFolder) {
+    json.key("documentFolder");
+    json.string(*document.documentFolder);
+  }
   json.key("stories");
   putArray(json, document.stories);
   json.key("styleMap");

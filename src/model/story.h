@@ -158,6 +158,11 @@ struct Story {
 struct ProjectDocument {
   std::vector<Story> stories;
   StyleMap styleMap;
+  // The absolute folder the document file was last saved in; none before the
+  // first save and in files of older versions. A link whose file is gone is
+  // looked for at the same place relative to the document's folder now, so
+  // that a project folder can move with its linked files.
+  std::optional<std::string> documentFolder;
 
   bool operator==(const ProjectDocument&) const = default;
 };

@@ -24,8 +24,8 @@ QToolButton* actionButton(QAction* action, QWidget* parent) {
 
 }  // namespace
 
-EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEdits,
-                           QAction* review, QWidget* parent)
+EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* relink,
+                           QAction* pushEdits, QAction* review, QWidget* parent)
     : QWidget(parent),
       state_(state),
       name_(new QLabel(this)),
@@ -34,6 +34,7 @@ EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEd
       status_(new QLabel(this)),
       forecast_(new QLabel(this)),
       update_(actionButton(updateLink, this)),
+      relink_(actionButton(relink, this)),
       push_(actionButton(pushEdits, this)),
       review_(actionButton(review, this)) {
   QFont nameFont = name_->font();
@@ -64,6 +65,7 @@ EditorHeader::EditorHeader(AppState& state, QAction* updateLink, QAction* pushEd
   layout->addSpacing(8);
   layout->addWidget(review_);
   layout->addWidget(update_);
+  layout->addWidget(relink_);
   layout->addWidget(push_);
   name_->setAccessibleName(tr("Story name"));
   path_->setAccessibleName(tr("Linked file"));
@@ -103,6 +105,7 @@ void EditorHeader::refresh() {
   forecast_->setToolTip(forecast ? tr("What Update Link would do now") : QString());
   forecast_->setVisible(forecast.has_value());
   update_->setVisible(hasStatus && found->second == LinkStatus::modified);
+  relink_->setVisible(hasStatus && found->second == LinkStatus::missing);
   // Word and text links take a push; Excel links are one-way.
   push_->setVisible(story.link && story.link->kind != LinkKind::excel);
   review_->setVisible(!story.lastMergeReport.empty());

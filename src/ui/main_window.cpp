@@ -28,6 +28,7 @@
 #include <QToolButton>
 #include <QUndoStack>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "app/app_state.h"
 #include "importers/docx_reader.h"
@@ -218,6 +219,9 @@ void MainWindow::createActions() {
   placeAction_->setToolTip(tr("Place a Word, Excel or text file as a new linked story"));
   linkAction_ = makeAction(this, "linkToOriginal", tr("&Link to Original…"));
   unlinkAction_ = makeAction(this, "unlink", tr("U&nlink"));
+  relinkAction_ = makeAction(this, "relink", tr("Re&link…"));
+  relinkAction_->setToolTip(
+      tr("Point the link at the file's new place; Update Link still merges from the last sync"));
   renameAction_ = makeAction(this, "renameStory", tr("&Rename Story"), {QKeySequence(tr("F2"))});
   deleteAction_ = makeAction(this, "deleteStory", tr("&Delete Story…"), {},
                              s->standardIcon(QStyle::SP_TrashIcon));
@@ -240,6 +244,7 @@ void MainWindow::createActions() {
   connect(placeAction_, &QAction::triggered, this, &MainWindow::place);
   connect(linkAction_, &QAction::triggered, this, &MainWindow::linkToOriginal);
   connect(unlinkAction_, &QAction::triggered, this, &MainWindow::unlink);
+  connect(relinkAction_, &QAction::triggered, this, &MainWindow::relink);
   connect(renameAction_, &QAction::triggered, this, &MainWindow::renameStory);
   connect(deleteAction_, &QAction::triggered, this, &MainWindow::deleteStory);
   connect(exportAction_, &QAction::triggered, this, &MainWindow::exportStory);
@@ -318,7 +323,7 @@ void MainWindow::createMenus() {
   storyMenu_->addSeparator();
   storyMenu_->addActions({updateAction_, updateAllAction_, pushAction_, reviewAction_});
   storyMenu_->addSeparator();
-  storyMenu_->addActions({linkAction_, unlinkAction_, exportAction_});
+  storyMenu_->addActions({linkAction_, relinkAction_, unlinkAction_, exportAction_});
   storyMenu_->addSeparator();
   storyMenu_->addActions({renameAction_, deleteAction_});
 
@@ -443,7 +448,8 @@ QWidget* MainWindow::createCentre() {
   auto* layout = new QVBoxLayout(page);
   layout->setContentsMargins(0, 0, 0, 0);
   layout->setSpacing(0);
-  header_ = new EditorHeader(state_, updateAction_, pushAction_, reviewAction_, page);
+  header_ = new EditorHeader(state_, updateAction_, relinkAction_, pushAction_, reviewAction_,
+                             page);
   editor_ = new StoryEditor(page);
   editor_->setObjectName(QStringLiteral("storyEditor"));
   findBar_ = new FindBar(*editor_, page);
@@ -537,6 +543,24 @@ void MainWindow::refresh() {
     watchedLinks_ = links;
     poller_->watchLinkedFiles();
   }
+  const std::vector<Uuid> relocated = state_.relocatedLinks();
+  const auto fresh = std::find_if(relocated.begin(), relocated.end(), [&](const Uuid& id) {
+    return std::find(relocatedShown_.begin(), relocatedShown_.end(), id) == relocatedShown_.end();
+  });
+  if (fresh != relocated.end()) {
+    QString name;
+    for (const auto& story : state_.document().stories) {
+      if (story.id == *fresh) name = fromStd(story.name);
+    }
+    showMessage(relocated.size() == 1
+                    ? tr("The file of “%1” moved with the document and was found at its new "
+                         "place; saving the document records it.")
+                          .arg(name)
+                    : tr("%1 linked files moved with the document and were found at their new "
+                         "places; saving the document records them.")
+                          .arg(relocated.size()));
+  }
+  relocatedShown_ = relocated;
 }
 
 void MainWindow::syncEditor() {
@@ -572,6 +596,13 @@ void MainWindow::updateActions() {
     action->setEnabled(story != nullptr);
   }
   for (QAction* action : {unlinkAction_, updateAction_, pushAction_}) action->setEnabled(linked);
+  // Offered where it helps: a link whose file cannot be found.
+  const auto status = story != nullptr ? state_.linkStatuses().find(story->id)
+                                       : state_.linkStatuses().end();
+  const bool missing = linked && status != state_.linkStatuses().end() &&
+                       status->second == LinkStatus::missing;
+  relinkAction_->setEnabled(missing);
+  relinkAction_->setVisible(missing);
   const std::size_t modified = state_.modifiedLinkCount();
   updateAllAction_->setText(tr("Update All Links (%1)").arg(modified));
   updateAllAction_->setEnabled(modified > 0);

@@ -103,6 +103,7 @@ class MainWindow : public QMainWindow {
   void newStory();
   void place();
   void linkToOriginal();
+  void relink();
   void unlink();
   void renameStory();
   void deleteStory();
@@ -187,6 +188,7 @@ class MainWindow : public QMainWindow {
   QAction* placeAction_ = nullptr;
   QAction* linkAction_ = nullptr;
   QAction* unlinkAction_ = nullptr;
+  QAction* relinkAction_ = nullptr;
   QAction* renameAction_ = nullptr;
   QAction* deleteAction_ = nullptr;
   QAction* exportAction_ = nullptr;
@@ -209,6 +211,8 @@ class MainWindow : public QMainWindow {
   std::optional<Uuid> editorStory_;
   std::int64_t editorToken_ = 0;
   QString watchedLinks_;
+  // The links found beside the moved document that the status bar told of.
+  std::vector<Uuid> relocatedShown_;
   bool refreshQueued_ = false;
 };
 

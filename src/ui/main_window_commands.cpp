@@ -272,6 +272,7 @@ bool MainWindow::openDocumentFile(const QString& path) {
     }
   }
   if (!attempt([&] { state_.openDocument(source.toStdString()); })) return false;
+  relocatedShown_.clear();
   documentPath_ = absolute;
   rememberRecent(documentPath_);
   startHistory();
@@ -303,6 +304,7 @@ bool MainWindow::saveAs() {
 }
 
 bool MainWindow::saveTo(const QString& path) {
+  const std::size_t relocated = state_.relocatedLinks().size();
   if (!attempt([&] { state_.saveDocument(path.toStdString()); })) return false;
   documentPath_ = QFileInfo(path).absoluteFilePath();
   rememberRecent(documentPath_);
@@ -310,7 +312,16 @@ bool MainWindow::saveTo(const QString& path) {
   changedOutsideHistory_ = false;
   autosave_->setDocumentPath(documentPath_);
   autosave_->discard();
-  showMessage(tr("Saved “%1”.").arg(QFileInfo(path).fileName()));
+  const QString file = QFileInfo(path).fileName();
+  if (relocated == 0) {
+    showMessage(tr("Saved “%1”.").arg(file));
+  } else {
+    showMessage(relocated == 1
+                    ? tr("Saved “%1”; a link now records its file's new place.").arg(file)
+                    : tr("Saved “%1”; %2 links now record their files' new places.")
+                          .arg(file)
+                          .arg(relocated));
+  }
   refreshNow();
   return true;
 }
@@ -403,6 +414,25 @@ void MainWindow::linkToOriginal() {
   const QString path = chosen.front();
   run(tr("Link to Original"), {*id},
       [this, id = *id, path] { state_.linkToOriginal(id, path.toStdString()); });
+  refreshNow();
+}
+
+void MainWindow::relink() {
+  const auto index = state_.selectedStoryIndex();
+  if (!index) return;
+  const Story& story = state_.document().stories[*index];
+  if (!story.link) return;
+  const Uuid id = story.id;
+  const QString name = fromStd(story.name);
+  const QStringList chosen = dialogs_.chooseFiles(
+      this, {.mode = FileRequest::Mode::open,
+             .title = tr("Relink “%1”").arg(name),
+             .filters = FileTypes::placeable()});
+  if (chosen.isEmpty()) return;
+  const QString path = chosen.front();
+  if (run(tr("Relink"), {id}, [this, id, path] { state_.relink(id, path.toStdString()); })) {
+    showMessage(tr("Relinked “%1” to “%2”.").arg(name, QFileInfo(path).fileName()));
+  }
   refreshNow();
 }
 

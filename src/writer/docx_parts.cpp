@@ -95,41 +95,64 @@ std::string styleID(std::string_view styleName) {
   return id;
 }
 
-void appendRun(std::string& out, const TextRun& run) {
-  out += "<w:r>";
-  const bool hasProperties = run.bold || run.italic || run.underline || run.strikethrough ||
-                             run.smallCaps || run.script != ScriptPosition::normal ||
-                             run.colorHex.has_value();
-  if (hasProperties) {
-    out += "<w:rPr>";
-    if (run.bold) out += "<w:b/>";
-    if (run.italic) out += "<w:i/>";
-    if (run.underline) out += "<w:u w:val=\"single\"/>";
-    if (run.strikethrough) out += "<w:strike/>";
-    if (run.smallCaps) out += "<w:smallCaps/>";
-    if (run.script == ScriptPosition::superscript) out += "<w:vertAlign w:val=\"superscript\"/>";
-    if (run.script == ScriptPosition::subscript) out += "<w:vertAlign w:val=\"subscript\"/>";
-    if (run.colorHex) {
-      out += "<w:color w:val=\"";
-      appendAttribute(out, *run.colorHex);
-      out += "\"/>";
-    }
-    out += "</w:rPr>";
+std::vector<RunProperty> runProperties(const TextRun& run) {
+  std::vector<RunProperty> properties;
+  if (run.bold) properties.push_back({"b", "<w:b/>"});
+  if (run.italic) properties.push_back({"i", "<w:i/>"});
+  if (run.underline) properties.push_back({"u", "<w:u w:val=\"single\"/>"});
+  if (run.strikethrough) properties.push_back({"strike", "<w:strike/>"});
+  if (run.smallCaps) properties.push_back({"smallCaps", "<w:smallCaps/>"});
+  if (run.script == ScriptPosition::superscript) {
+    properties.push_back({"vertAlign", "<w:vertAlign w:val=\"superscript\"/>"});
   }
-  if (run.footnoteID) {
-    // The reader makes the visible "[n]" mark from the reference itself.
+  if (run.script == ScriptPosition::subscript) {
+    properties.push_back({"vertAlign", "<w:vertAlign w:val=\"subscript\"/>"});
+  }
+  if (run.colorHex) {
+    std::string color = "<w:color w:val=\"";
+    appendAttribute(color, *run.colorHex);
+    color += "\"/>";
+    properties.push_back({"color", std::move(color)});
+  }
+  return properties;
+}
+
+bool isEndnote(std::int64_t noteID) { return noteID > kEndnoteOffset; }
+
+void appendNoteReference(std::string& out, std::int64_t noteID) {
+  // The reader makes the visible "[n]" mark from the reference itself.
+  if (isEndnote(noteID)) {
+    out += "<w:endnoteReference w:id=\"";
+    appendNumber(out, noteID - kEndnoteOffset);
+  } else {
     out += "<w:footnoteReference w:id=\"";
-    appendNumber(out, *run.footnoteID);
-    out += "\"/></w:r>";
-    return;
+    appendNumber(out, noteID);
   }
-  std::string_view text = run.text;
+  out += "\"/>";
+}
+
+void appendRunText(std::string& out, std::string_view text) {
   for (;;) {
     const auto separator = text.find(kLineSeparator);
     appendLine(out, text.substr(0, separator));
     if (separator == std::string_view::npos) break;
     out += "<w:br/>";
     text.remove_prefix(separator + kLineSeparator.size());
+  }
+}
+
+void appendRun(std::string& out, const TextRun& run) {
+  out += "<w:r>";
+  const auto properties = runProperties(run);
+  if (!properties.empty()) {
+    out += "<w:rPr>";
+    for (const auto& property : properties) out += property.xml;
+    out += "</w:rPr>";
+  }
+  if (run.footnoteID) {
+    appendNoteReference(out, *run.footnoteID);
+  } else {
+    appendRunText(out, run.text);
   }
   out += "</w:r>";
 }
@@ -171,14 +194,23 @@ void appendTable(std::string& out, const Table& table) {
   out += "</w:tbl>";
 }
 
-void appendImage(std::string& out, const MediaMember& picture, std::size_t number) {
+void appendImage(std::string& out, const MediaMember& picture, std::size_t number,
+                 bool declareNamespaces) {
   std::string cx, cy, id, name;
   appendNumber(cx, picture.extent.cx);
   appendNumber(cy, picture.extent.cy);
   appendNumber(id, static_cast<std::int64_t>(number));
   appendAttribute(name, picture.name);
 
-  out += "<w:p><w:r><w:drawing><wp:inline distT=\"0\" distB=\"0\" distL=\"0\" distR=\"0\">";
+  out += "<w:p><w:r><w:drawing><wp:inline distT=\"0\" distB=\"0\" distL=\"0\" distR=\"0\"";
+  if (declareNamespaces) {
+    out +=
+        " xmlns:wp=\"http://schemas.openxmlformats.org/drawingml/2006/wordprocessingDrawing\""
+        " xmlns:a=\"http://schemas.openxmlformats.org/drawingml/2006/main\""
+        " xmlns:pic=\"http://schemas.openxmlformats.org/drawingml/2006/picture\""
+        " xmlns:r=\"http://schemas.openxmlformats.org/officeDocument/2006/relationships\"";
+  }
+  out += ">";
   out += "<wp:extent cx=\"" + cx + "\" cy=\"" + cy + "\"/>";
   out += "<wp:docPr id=\"" + id + "\" name=\"" + name + "\"/>";
   out +=
@@ -227,7 +259,12 @@ std::string stylesXml() {
   out += "\">";
   for (const auto& style : StyleSheet::styles) {
     out += "<w:style w:type=\"paragraph\" w:styleId=\"" + styleID(style.name) +
-           "\"><w:name w:val=\"" + std::string(style.name) + "\"/><w:rPr><w:sz w:val=\"";
+           "\"><w:name w:val=\"" + std::string(style.name) + "\"/>";
+    // Outline levels let other programs' navigation and tables of contents
+    // see the headings; the reader takes the style from the name alone.
+    if (style.name == "Heading 1") out += "<w:pPr><w:outlineLvl w:val=\"0\"/></w:pPr>";
+    if (style.name == "Heading 2") out += "<w:pPr><w:outlineLvl w:val=\"1\"/></w:pPr>";
+    out += "<w:rPr><w:sz w:val=\"";
     appendNumber(out, static_cast<std::int64_t>(2 * StyleSheet::fontSize(style.name)));
     out += "\"/>";
     if (isBoldStyle(style.name)) out += "<w:b/>";
@@ -238,92 +275,134 @@ std::string stylesXml() {
   return out;
 }
 
-std::string footnotesXml(const std::vector<Footnote>& footnotes) {
+void appendNote(std::string& out, const Footnote& note, NoteKind kind,
+                std::string_view markRun) {
+  const bool endnote = kind == NoteKind::endnote;
+  out += endnote ? "<w:endnote w:id=\"" : "<w:footnote w:id=\"";
+  appendNumber(out, endnote ? note.id - kEndnoteOffset : note.id);
+  out += "\">";
+  std::string mark;
+  if (markRun.empty()) {
+    mark = endnote ? "<w:r><w:rPr><w:vertAlign w:val=\"superscript\"/></w:rPr><w:endnoteRef/></w:r>"
+                   : std::string(kFootnoteMark);
+    markRun = mark;
+  }
+  // The mark is followed by the note's own runs, not by a space of ours: a
+  // note read from Word already begins with the space Word writes, and the
+  // reader keeps whatever follows the mark, so a push must add nothing.
+  // A note without paragraphs still needs one to carry its mark; it reads
+  // back as one empty "Body" paragraph, which has the same text.
+  if (note.paragraphs.empty()) {
+    out += "<w:p>";
+    out += markRun;
+    out += "</w:p>";
+  }
+  for (std::size_t i = 0; i < note.paragraphs.size(); ++i) {
+    appendParagraph(out, note.paragraphs[i], i == 0 ? markRun : std::string_view{});
+  }
+  out += endnote ? "</w:endnote>" : "</w:footnote>";
+}
+
+std::string notesXml(const std::vector<Footnote>& notes, NoteKind kind) {
   std::size_t size = 1024;
-  for (const auto& note : footnotes) {
+  for (const auto& note : notes) {
     size += 128;
     for (const auto& paragraph : note.paragraphs) size += estimate(paragraph);
   }
+  const std::string_view element = kind == NoteKind::endnote ? "endnote" : "footnote";
   std::string out;
   out.reserve(size);
   out += kDeclaration;
-  out += "<w:footnotes xmlns:w=\"";
+  out += "<w:" + std::string(element) + "s xmlns:w=\"";
   out += kMainNamespace;
-  out +=
-      "\"><w:footnote w:type=\"separator\" w:id=\"-1\"><w:p><w:r><w:separator/></w:r></w:p>"
-      "</w:footnote><w:footnote w:type=\"continuationSeparator\" w:id=\"0\"><w:p><w:r>"
-      "<w:continuationSeparator/></w:r></w:p></w:footnote>";
-  for (const auto& note : footnotes) {
-    out += "<w:footnote w:id=\"";
-    appendNumber(out, note.id);
-    out += "\">";
-    // The mark is followed by the note's own runs, not by a space of ours: a
-    // note read from Word already begins with the space Word writes, and the
-    // reader keeps whatever follows the mark, so a push must add nothing.
-    // A note without paragraphs still needs one to carry its mark; it reads
-    // back as one empty "Body" paragraph, which has the same text.
-    if (note.paragraphs.empty()) {
-      out += "<w:p>";
-      out += kFootnoteMark;
-      out += "</w:p>";
-    }
-    for (std::size_t i = 0; i < note.paragraphs.size(); ++i) {
-      appendParagraph(out, note.paragraphs[i], i == 0 ? kFootnoteMark : std::string_view{});
-    }
-    out += "</w:footnote>";
-  }
-  out += "</w:footnotes>";
+  out += "\">";
+  out += "<w:" + std::string(element) + " w:type=\"separator\" w:id=\"-1\"><w:p><w:r><w:separator/>";
+  out += "</w:r></w:p></w:" + std::string(element) + ">";
+  out += "<w:" + std::string(element) + " w:type=\"continuationSeparator\" w:id=\"0\"><w:p><w:r>";
+  out += "<w:continuationSeparator/></w:r></w:p></w:" + std::string(element) + ">";
+  for (const auto& note : notes) appendNote(out, note, kind);
+  out += "</w:" + std::string(element) + "s>";
   return out;
 }
 
-std::string documentRelsXml(const MediaPlan& media, bool hasFootnotes) {
+std::string footnotesXml(const std::vector<Footnote>& footnotes) {
+  return notesXml(footnotes, NoteKind::footnote);
+}
+
+std::string documentRelsXml(const MediaPlan& media, const NoteParts& notes) {
   std::string out(kDeclaration);
   out += "<Relationships xmlns=\"http://schemas.openxmlformats.org/package/2006/relationships\">";
   out += "<Relationship Id=\"rId1\" Type=\"";
   out += kRelationshipType;
   out += "styles\" Target=\"styles.xml\"/>";
-  if (hasFootnotes) {
+  if (notes.footnotes) {
     out += "<Relationship Id=\"rId2\" Type=\"";
     out += kRelationshipType;
     out += "footnotes\" Target=\"footnotes.xml\"/>";
   }
-  for (const auto& member : media.members) {
-    out += "<Relationship Id=\"";
-    appendAttribute(out, member.relationshipID);
-    out += "\" Type=\"";
+  if (notes.endnotes) {
+    out += "<Relationship Id=\"rIdEndnotes\" Type=\"";
     out += kRelationshipType;
-    out += "image\" Target=\"media/";
-    appendAttribute(out, member.name);
-    out += "\"/>";
+    out += "endnotes\" Target=\"endnotes.xml\"/>";
   }
+  for (const auto& member : media.members) out += imageRelationship(member.relationshipID, member.name);
   out += "</Relationships>";
   return out;
 }
 
-std::string contentTypesXml(bool hasFootnotes, const std::set<std::string>& imageExtensions) {
+std::string imageRelationship(std::string_view id, std::string_view mediaName) {
+  std::string out = "<Relationship Id=\"";
+  appendAttribute(out, id);
+  out += "\" Type=\"";
+  out += kRelationshipType;
+  out += "image\" Target=\"media/";
+  appendAttribute(out, mediaName);
+  out += "\"/>";
+  return out;
+}
+
+std::string noteRelationship(std::string_view id, NoteKind kind) {
+  std::string out = "<Relationship Id=\"";
+  appendAttribute(out, id);
+  out += "\" Type=\"";
+  out += kRelationshipType;
+  out += kind == NoteKind::endnote ? "endnotes\" Target=\"endnotes.xml\"/>"
+                                   : "footnotes\" Target=\"footnotes.xml\"/>";
+  return out;
+}
+
+std::string imageDefault(std::string_view extension) {
+  std::string out = "<Default Extension=\"";
+  appendAttribute(out, extension);
+  out += "\" ContentType=\"";
+  out += imageContentType(extension);
+  out += "\"/>";
+  return out;
+}
+
+std::string noteOverride(NoteKind kind) {
+  return kind == NoteKind::endnote
+             ? "<Override PartName=\"/word/endnotes.xml\" ContentType=\"application/"
+               "vnd.openxmlformats-officedocument.wordprocessingml.endnotes+xml\"/>"
+             : "<Override PartName=\"/word/footnotes.xml\" ContentType=\"application/"
+               "vnd.openxmlformats-officedocument.wordprocessingml.footnotes+xml\"/>";
+}
+
+std::string contentTypesXml(const NoteParts& notes, const std::set<std::string>& imageExtensions) {
   std::string out(kDeclaration);
   out +=
       "<Types xmlns=\"http://schemas.openxmlformats.org/package/2006/content-types\">"
       "<Default Extension=\"rels\" "
       "ContentType=\"application/vnd.openxmlformats-package.relationships+xml\"/>"
       "<Default Extension=\"xml\" ContentType=\"application/xml\"/>";
-  for (const auto& extension : imageExtensions) {
-    out += "<Default Extension=\"";
-    appendAttribute(out, extension);
-    out += "\" ContentType=\"";
-    out += imageContentType(extension);
-    out += "\"/>";
-  }
+  for (const auto& extension : imageExtensions) out += imageDefault(extension);
   out +=
       "<Override PartName=\"/word/document.xml\" ContentType=\"application/"
       "vnd.openxmlformats-officedocument.wordprocessingml.document.main+xml\"/>"
       "<Override PartName=\"/word/styles.xml\" ContentType=\"application/"
       "vnd.openxmlformats-officedocument.wordprocessingml.styles+xml\"/>";
-  if (hasFootnotes) {
-    out +=
-        "<Override PartName=\"/word/footnotes.xml\" ContentType=\"application/"
-        "vnd.openxmlformats-officedocument.wordprocessingml.footnotes+xml\"/>";
-  }
+  if (notes.footnotes) out += noteOverride(NoteKind::footnote);
+  if (notes.endnotes) out += noteOverride(NoteKind::endnote);
   out += "</Types>";
   return out;
 }

@@ -16,14 +16,20 @@ void write(const std::vector<Block>& blocks, const std::vector<Footnote>& footno
     if (const auto* image = std::get_if<ImageBlock>(&block.kind)) images.push_back(image);
   }
   const auto media = writer::planMedia(images);
-  const bool hasFootnotes = !footnotes.empty();
+  // A file's endnotes go back into an endnotes part, so that they stay endnotes.
+  std::vector<Footnote> foot, end;
+  for (const auto& note : footnotes) (writer::isEndnote(note.id) ? end : foot).push_back(note);
+  const writer::NoteParts notes{.footnotes = !foot.empty(), .endnotes = !end.empty()};
 
-  const std::string contentTypes = writer::contentTypesXml(hasFootnotes, media.extensions());
+  const std::string contentTypes = writer::contentTypesXml(notes, media.extensions());
   const std::string packageRels = writer::packageRelsXml();
-  const std::string documentRels = writer::documentRelsXml(media, hasFootnotes);
+  const std::string documentRels = writer::documentRelsXml(media, notes);
   const std::string styles = writer::stylesXml();
   const std::string document = writer::documentXml(blocks, media);
-  const std::string notes = hasFootnotes ? writer::footnotesXml(footnotes) : std::string();
+  const std::string footnotesPart =
+      notes.footnotes ? writer::notesXml(foot, writer::NoteKind::footnote) : std::string();
+  const std::string endnotesPart =
+      notes.endnotes ? writer::notesXml(end, writer::NoteKind::endnote) : std::string();
 
   std::vector<PackageMember> members{
       {"[Content_Types].xml", contentTypes},
@@ -32,7 +38,8 @@ void write(const std::vector<Block>& blocks, const std::vector<Footnote>& footno
       {"word/styles.xml", styles},
       {"word/document.xml", document},
   };
-  if (hasFootnotes) members.push_back({"word/footnotes.xml", notes});
+  if (notes.footnotes) members.push_back({"word/footnotes.xml", footnotesPart});
+  if (notes.endnotes) members.push_back({"word/endnotes.xml", endnotesPart});
   for (const auto& member : media.members) {
     members.push_back({"word/media/" + member.name,
                        std::string_view(reinterpret_cast<const char*>(member.data->data()),

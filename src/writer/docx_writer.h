@@ -27,4 +27,18 @@ namespace inkharbour::DocxWriter {
 void write(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes,
            const std::filesystem::path& destination);
 
+// Writes the story into the Word file at `destination` in place, keeping
+// everyone else's work: every part other than the document and notes parts
+// stays byte for byte (the relationships and content types gain entries for
+// new pictures and notes parts only); every element of the body whose blocks
+// the story did not change, and every unchanged note, stays byte for byte; a
+// changed paragraph keeps its paragraph properties and, where the words kept
+// their look, their run properties; a new one takes the properties of a
+// neighbour of its style. The file then reads back, through `styleMap`, as
+// the story. When there is no file, or it is no Word package, writes a fresh
+// one as write() does. Throws as write() does, and DocxError when a part of
+// the file cannot be read (a damaged package is not rewritten).
+void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes,
+            const std::filesystem::path& destination, const StyleMap& styleMap);
+
 }  // namespace inkharbour::DocxWriter

@@ -6,7 +6,9 @@
 
 #include "app/app_state.h"
 #include "app/link_status.h"
+#include "app/merge_forecast.h"
 #include "merge/merge_keys.h"
+#include "model/document_file.h"
 #include "support/fixtures.h"
 #include "writer/docx_writer.h"
 
@@ -239,6 +241,172 @@ TEST(UpdateAllLinks, MergesOnlyStoriesWhoseFilesChangedLikeAStoryLinkedToAnOrigi
   app.unlink(stories[3].id);
   EXPECT_FALSE(stories[3].link);
   EXPECT_FALSE(app.linkStatuses().contains(stories[3].id));
+}
+
+
+// A project folder moved with its linked files: each link is found at the same
+// place relative to the document, and the next save stores the new path.
+TEST(MovedDocument, LinksAreFoundBesideItAndTheNextSaveStoresTheirPaths) {
+  TempDir dir;
+  const auto before = dir / "before", after = dir / "after";
+  fs::create_directories(before / "sources");
+  writeDocx(before / "one.docx", {"Alpha"});
+  writeFile(before / "sources" / "two.txt", "beta");
+  {
+    AppState app;
+    app.place(before / "one.docx");
+    app.place(before / "sources" / "two.txt");
+    app.saveDocument(before / "book.inkharbour");
+  }
+  fs::rename(before, after);
+  fs::rename(after / "sources" / "two.txt", dir / "two.txt");  // not synced yet
+
+  AppState app;
+  app.openDocument(after / "book.inkharbour");
+  const auto& stories = app.document().stories;
+  EXPECT_EQ(stories[0].link->path, (after / "one.docx").string());
+  EXPECT_EQ(app.linkStatuses().at(stories[0].id), LinkStatus::upToDate);
+  EXPECT_EQ(app.linkStatuses().at(stories[1].id), LinkStatus::missing);
+  EXPECT_EQ(app.relocatedLinks(), std::vector{stories[0].id});
+
+  // The window's poll finds the file once it arrives, and reads it there.
+  writeFile(after / "sources" / "two.txt", "beta, theirs");
+  for (const auto& request : app.pollWithoutReading()) {
+    if (request.ticket.storyID == stories[1].id) {
+      EXPECT_EQ(request.ticket.path, after / "sources" / "two.txt");
+    }
+    app.applyLinkRead(AppState::readLinkedFile(request));
+  }
+  EXPECT_EQ(app.linkStatuses().at(stories[1].id), LinkStatus::modified);
+  app.updateFromLinked(stories[1].id);
+  EXPECT_EQ(keys(stories[1].blocks), Lines{"P:beta, theirs"});
+
+  app.saveDocument(after / "book.inkharbour");
+  EXPECT_TRUE(app.relocatedLinks().empty());
+  ProjectDocument saved = DocumentFile::read(after / "book.inkharbour");
+  EXPECT_EQ(saved, app.document());
+  EXPECT_EQ(saved.documentFolder, after.string());
+
+  // A file written before documents recorded their folder opens and
+  // round-trips unchanged; its links are taken as they stand.
+  saved.documentFolder.reset();
+  saved.stories[0].link->path = (before / "one.docx").string();
+  const std::string bytes = DocumentFile::encode(saved);
+  writeFile(after / "old.inkharbour", bytes);
+  app.openDocument(after / "old.inkharbour");
+  EXPECT_EQ(app.document(), saved);
+  EXPECT_EQ(app.linkStatuses().at(stories[0].id), LinkStatus::missing);
+  EXPECT_EQ(DocumentFile::encode(app.document()), bytes);
+}
+
+TEST(Relink, KeepsTheBaseSoUpdateStillMergesThreeWays) {
+  TempDir dir;
+  writeDocx(dir / "story.docx", {"Alpha", "Beta"});
+  AppState app;
+  app.place(dir / "story.docx");
+  const Story& story = app.document().stories.at(0);
+  StoryLink link = *story.link;
+  app.replaceStoryContent(story.id, paragraphs({"Alpha, mine", "Beta"}), {});
+  fs::remove(dir / "story.docx");
+  writeDocx(dir / "moved.docx", {"Alpha", "Beta, theirs"});
+  app.relink(story.id, dir / "moved.docx");
+  link.path = (dir / "moved.docx").string();
+  EXPECT_EQ(*story.link, link);
+  EXPECT_EQ(app.linkStatuses().at(story.id), LinkStatus::modified);
+  app.updateFromLinked(story.id);
+  EXPECT_EQ(keys(story.blocks), (Lines{"P:Alpha, mine", "P:Beta, theirs"}));
+  EXPECT_TRUE(story.notes.empty());
+}
+
+TEST(Place, AFileNamedLikeAStoryGetsTheFirstFreeNumber) {
+  TempDir dir;
+  writeFile(dir / "chapter.txt", "text");
+  AppState app;
+  for (int i = 0; i < 3; ++i) app.place(dir / "chapter.txt");
+  app.renameStory(app.document().stories[0].id, "prologue");
+  app.place(dir / "chapter.txt");
+  Lines names;
+  for (const auto& story : app.document().stories) names.push_back(story.name);
+  EXPECT_EQ(names, (Lines{"prologue", "chapter 2", "chapter 3", "chapter"}));
+}
+
+// Another program's save renumbers notes (LibreOffice from 2, Word after an inserted one):
+// they stay the notes they were, marks included.
+struct Cited {
+  std::string text;
+  std::int64_t id;
+  std::string note;
+};
+
+std::vector<Block> citing(const std::vector<Cited>& paragraphs) {
+  std::vector<Block> out;
+  for (const auto& p : paragraphs) {
+    out.push_back(
+        Block{.kind = Paragraph{.styleName = "Body",
+                                .runs = {{.text = p.text}, TextRun::footnoteReference(p.id)}}});
+  }
+  return out;
+}
+
+void writeCited(const fs::path& path, const std::vector<Cited>& paragraphs) {
+  std::vector<Footnote> notes;
+  for (const auto& p : paragraphs) {
+    notes.push_back({.id = p.id, .paragraphs = {Paragraph::make("Body", p.note)}});
+  }
+  DocxWriter::write(citing(paragraphs), notes, path);
+}
+
+// "1 A|2 B": the story's notes with their numbers.
+std::string notesOf(const Story& story) {
+  std::string out;
+  for (const auto& note : story.footnotes) {
+    out += (out.empty() ? "" : "|") + std::to_string(note.id) + " " + note.text();
+  }
+  return out;
+}
+
+TEST(UpdateFromLinked, NotesRenumberedByAnotherProgramAreTheNotesTheyWere) {
+  TempDir dir;
+  const auto path = dir / "story.docx";
+  writeCited(path, {{"One", 1, "A"}, {"Two", 2, "B"}});
+  AppState app;
+  app.place(path);
+  const Story& story = app.document().stories.at(0);
+  const Uuid id = story.id;
+  const auto updated = [&](LinkStatus status) {
+    app.tick();
+    EXPECT_EQ(app.linkStatuses().at(id), status);
+    app.updateFromLinked(id);
+    app.tick();
+    EXPECT_EQ(app.linkStatuses().at(id), LinkStatus::upToDate);
+    EXPECT_TRUE(story.notes.empty());
+  };
+
+  // Saved again with no edit: nothing to merge, nothing recorded or changed.
+  writeCited(path, {{"One", 2, "A"}, {"Two", 3, "B"}});
+  EXPECT_EQ(describe(*runForecast(*forecastRequest(app.document(), id))), "no changes to merge");
+  const Story before = story;
+  updated(LinkStatus::upToDate);
+  EXPECT_TRUE(story.lastMergeReport.empty());
+  EXPECT_EQ(story.blocks, before.blocks);
+  EXPECT_EQ(story.footnotes, before.footnotes);
+
+  // A co-author's edit of one note merges in beside local edits of the other note and of
+  // a paragraph that cites one.
+  app.replaceStoryContent(
+      id, citing({{"One, mine", 1, ""}, {"Two", 2, ""}}),
+      {note("A"), {.id = 2, .paragraphs = {Paragraph::make("Body", "B, mine")}}});
+  writeCited(path, {{"One", 2, "A, theirs"}, {"Two", 3, "B"}});
+  updated(LinkStatus::modified);
+  EXPECT_EQ(keys(story.blocks), (Lines{"P:One, mine[1]", "P:Two[2]"}));
+  EXPECT_EQ(notesOf(story), "1 A, theirs|2 B, mine");
+
+  // A note inserted before the first is one note added; the others keep their numbers.
+  writeCited(path, {{"Zero", 1, "New"}, {"One", 2, "A, theirs"}, {"Two", 3, "B"}});
+  updated(LinkStatus::modified);
+  EXPECT_EQ(keys(story.blocks), (Lines{"P:Zero[3]", "P:One, mine[1]", "P:Two[2]"}));
+  EXPECT_EQ(notesOf(story), "1 A, theirs|2 B, mine|3 New");
+  EXPECT_EQ(keys(story.link->baseBlocks), (Lines{"P:Zero[3]", "P:One[1]", "P:Two[2]"}));
 }
 
 }  // namespace

@@ -120,9 +120,13 @@ TEST(DocumentCommands, PlaceEditUpdatePushExportCycle) {
   EXPECT_EQ(run(doc, {.command = dismissNote, .story = "harbour", .note = id}).status, 0);
   EXPECT_EQ(run(doc, {.command = notes, .story = "harbour"}).out, "");
 
-  // Push writes the story's own content over the Word file, whatever the file holds.
+  // Push refuses to overwrite changes in the file that were never merged;
+  // --force writes the story's own content over them.
   writePackage(docx, {{"word/document.xml", paragraphs({"Overwritten."})}});
-  EXPECT_EQ(run(doc, {.command = push, .story = "harbour"}).status, 0);
+  expectFailure(doc, {.command = push, .story = "harbour"},
+                "\u201charbour.docx\u201d has changes that are not in the story: update first, or "
+                "push --force to overwrite them.");
+  EXPECT_EQ(run(doc, {.command = push, .story = "harbour", .force = true}).status, 0);
   const Story harbour = DocumentFile::read(doc).stories.at(0);
   std::ostringstream dumped, dumpErr;
   EXPECT_EQ(cli::runDump(docx, dumped, dumpErr), 0);
@@ -156,7 +160,11 @@ TEST(DocumentCommands, UnknownUnlinkedAmbiguousOrUndecodableIsAnError) {
   run(doc,
       {.command = place, .files = {dir / "log.txt", dir / "a/notes.txt", dir / "b/notes.txt"}});
   EXPECT_EQ(run(doc, {.command = unlink, .story = "log"}).status, 0);
-  const auto placed = DocumentFile::read(doc).stories;
+  // Placing gave "notes 2"; another program's names need not be unique.
+  ProjectDocument named = DocumentFile::read(doc);
+  named.stories.at(2).name = "notes";
+  DocumentFile::write(named, doc);
+  const auto placed = named.stories;
   expectFailure(doc, {.command = update, .story = "Logs"},
                 "No story named \u201cLogs\u201d in " + doc.string() + ".");
   expectFailure(doc, {.command = update, .story = "log"},
@@ -173,6 +181,29 @@ TEST(DocumentCommands, UnknownUnlinkedAmbiguousOrUndecodableIsAnError) {
   const auto remaining = DocumentFile::read(doc).stories;
   ASSERT_EQ(remaining.size(), 2u);
   EXPECT_NE(remaining[1].id, placed[2].id);
+}
+
+// A moved project folder: the next command that saves says which links now
+// record their files' new places; relink points a link anywhere.
+TEST(DocumentCommands, MovedFolderAndRelink) {
+  using enum DocumentCommand;
+  TempDir dir;
+  fs::create_directory(dir / "before");
+  for (const std::string name : {"a.txt", "b.txt"}) writeFile(dir / "before" / name, name);
+  const auto first = dir / "before" / "book.inkharbour";
+  run(first, {.command = newDocument});
+  run(first, {.command = place, .files = {dir / "before" / "a.txt", dir / "before" / "b.txt"}});
+  fs::rename(dir / "before", dir / "after");
+  fs::rename(dir / "after" / "b.txt", dir / "b2.txt");
+  const auto doc = dir / "after" / "book.inkharbour";
+  EXPECT_THAT(statuses(doc), ElementsAre("1", "upToDate", "missing"));
+
+  const auto relinked = run(doc, {.command = relink, .story = "b", .files = {dir / "b2.txt"}});
+  EXPECT_EQ(relinked.out, "\u201ca\u201d is now linked to " + (dir / "after" / "a.txt").string() +
+                              ", where its file moved with the document.\n"
+                              "Relinked \u201cb\u201d to " + (dir / "b2.txt").string() +
+                              ": upToDate.\n");
+  EXPECT_THAT(statuses(doc), ElementsAre("0", "upToDate", "upToDate"));
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include <QStatusBar>
 #include <QTableWidget>
 #include <QTextBlock>
+#include <QToolButton>
 #include <QTreeWidget>
 #include <QUndoStack>
 
@@ -116,6 +117,7 @@ class MainWindowTest : public QObject {
   void findInAllStoriesListsHitsAndShowsThem();
   void replaceAllIsOneStepToUndo();
   void footnotePanelEditsAndNeverUndoesAMerge();
+  void relinkButtonOnAMissingLinkKeepsTheBaseAndUndoes();
 
  private:
   QString file(const QString& name) const { return dir_->filePath(name); }
@@ -657,6 +659,34 @@ void MainWindowTest::footnotePanelEditsAndNeverUndoesAMerge() {
   QTest::keyClicks(box, " Mine.");
   QTRY_COMPARE(selected().footnotes.at(0).text(), std::string("Their note. Mine."));
   QCOMPARE(window_->undoStack()->undoText(), QString("Edit Footnote"));
+}
+
+void MainWindowTest::relinkButtonOnAMissingLinkKeepsTheBaseAndUndoes() {
+  writeDocx(file("a.docx"), {"Here."});
+  QVERIFY(window_->placeFiles({file("a.docx")}));
+  const StoryLink before = *selected().link;
+  QAction* relink = window_->action("relink");
+  QToolButton* button = nullptr;
+  for (auto* each : window_->findChildren<QToolButton*>()) {
+    if (each->defaultAction() == relink) button = each;
+  }
+  QVERIFY(button != nullptr);
+  QVERIFY(!button->isVisible());
+  QVERIFY(QDir().mkdir(file("moved")));
+  QVERIFY(QFile::rename(file("a.docx"), file("moved/a.docx")));
+  QTRY_VERIFY_WITH_TIMEOUT(button->isVisible(), 5000);
+  QVERIFY(relink->isVisible());  // in the Story menu, which the stories panel shares
+
+  dialogs_->answers << QStringList{file("moved/a.docx")};
+  QTest::mouseClick(button, Qt::LeftButton);
+  QCOMPARE(dialogs_->requests.last().mode, FileRequest::Mode::open);
+  QCOMPARE(QString::fromStdString(selected().link->path), file("moved/a.docx"));
+  QCOMPARE(selected().link->baseBlocks, before.baseBlocks);
+  QCOMPARE(statusOf(0), QString("Up to date"));
+  QVERIFY(!button->isVisible());
+  QCOMPARE(window_->undoStack()->undoText(), QString("Relink"));
+  window_->undoStack()->undo();
+  QCOMPARE(*selected().link, before);
 }
 
 QTEST_MAIN(MainWindowTest)

@@ -75,9 +75,9 @@ void MergeForecasterTest::changeFile(const QByteArray& content) {
 }
 
 void MergeForecasterTest::forecastFollowsTheFileIntoThePanels() {
-  QAction update, push, review;
+  QAction update, relink, push, review;
   StoriesPanel stories(*state_, nullptr);
-  EditorHeader header(*state_, &update, &push, &review);
+  EditorHeader header(*state_, &update, &relink, &push, &review);
   stories.setForecaster(forecaster_.get());
   header.setForecaster(forecaster_.get());
   // As the window does it.

@@ -100,7 +100,8 @@ TEST(ImageXml, DrawnAtMost576PixelsWide) {
 
   const MediaMember picture{.name = "a&b.png", .relationshipID = "rId7",
                             .extent = {5486400, 2743200}};
-  const auto drawing = xml(appendImage, picture, std::size_t{2});
+  std::string drawing;
+  appendImage(drawing, picture, 2);
   for (const char* part : {"<wp:extent cx=\"5486400\" cy=\"2743200\"/><wp:docPr id=\"2\" "
                            "name=\"a&amp;b.png\"/>", "<a:blip r:embed=\"rId7\"/>",
                            "<a:ext cx=\"5486400\" cy=\"2743200\"/>"})
