@@ -133,18 +133,34 @@ class NotesRecorder final : public SpanRecorder<docx::NotesParser> {
 
 }  // namespace
 
-std::optional<DocumentLayout> scanDocument(std::string_view xml, const docx::StyleNames& styles,
-                                           const StyleMap& styleMap,
-                                           const docx::ImageLoader& images, ImportBudget& budget) {
+struct DocumentScanner::State {
+  State(const docx::StyleNames& styles, const StyleMap& styleMap, docx::ImageLoader images,
+        ImportBudget& budget)
+      : body(styles, styleMap, std::move(images), budget, "word/document.xml"),
+        recorder(body, layout),
+        parser(recorder) {
+    recorder.attach(parser);
+  }
+
   DocumentLayout layout;
-  docx::BodyParser body(styles, styleMap, images, budget, "word/document.xml");
-  DocumentRecorder recorder(body, layout);
-  XmlParser parser(recorder);
-  recorder.attach(parser);
-  parser.feed(xml, true);
-  if (!parser.succeeded() || !recorder.sawBody()) return std::nullopt;
-  layout.blocks = std::move(body.blocks());
-  return layout;
+  docx::BodyParser body;
+  DocumentRecorder recorder;
+  XmlParser parser;
+};
+
+DocumentScanner::DocumentScanner(const docx::StyleNames& styles, const StyleMap& styleMap,
+                                 docx::ImageLoader images, ImportBudget& budget)
+    : state_(std::make_unique<State>(styles, styleMap, std::move(images), budget)) {}
+
+DocumentScanner::~DocumentScanner() = default;
+
+void DocumentScanner::feed(std::string_view chunk) { state_->parser.feed(chunk, false); }
+
+std::optional<DocumentLayout> DocumentScanner::finish() {
+  state_->parser.feed({}, true);
+  if (!state_->parser.succeeded() || !state_->recorder.sawBody()) return std::nullopt;
+  state_->layout.blocks = std::move(state_->body.blocks());
+  return std::move(state_->layout);
 }
 
 std::optional<NotesLayout> scanNotes(std::string_view xml, std::string_view element,

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -48,11 +49,24 @@ struct NotesLayout {
   std::vector<Footnote> footnotes;  // as the reader reads them
 };
 
-// Reads a document part as the reader does. No value when it is not
-// well-formed or has no w:body. Throws as the reader does when a limit is passed.
-std::optional<DocumentLayout> scanDocument(std::string_view xml, const docx::StyleNames& styles,
-                                           const StyleMap& styleMap,
-                                           const docx::ImageLoader& images, ImportBudget& budget);
+// Reads a document part as the reader does, chunk by chunk as it inflates.
+// Throws as the reader does when a limit is passed.
+class DocumentScanner {
+ public:
+  DocumentScanner(const docx::StyleNames& styles, const StyleMap& styleMap,
+                  docx::ImageLoader images, ImportBudget& budget);
+  ~DocumentScanner();
+  DocumentScanner(const DocumentScanner&) = delete;
+  DocumentScanner& operator=(const DocumentScanner&) = delete;
+
+  void feed(std::string_view chunk);
+  // No value when the part is not well-formed or has no w:body.
+  std::optional<DocumentLayout> finish();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
 
 // Reads a notes part ("footnote" or "endnote" elements, numbered from
 // `offset`). No value when it is not well-formed.

@@ -1,9 +1,14 @@
 // Pushing a story into an existing Word file in place (DocxWriter::update).
 
 #include <algorithm>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
 #include <charconv>
 #include <map>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -151,10 +156,14 @@ struct Members {
   }
 };
 
-Members readMembers(Package& package) {
+Members readMembers(Package& package, std::string_view skipped) {
   Members members;
   for (auto& name : package.members()) {
     if (name.ends_with('/') || members.bytes.contains(name)) continue;  // folders are no parts
+    if (name == skipped) {
+      members.order.push_back(std::move(name));
+      continue;
+    }
     auto bytes = package.read(name);
     if (!bytes) {
       throw DocxError::unzipFailed(name + " cannot be read, so the file cannot be kept as it is");
@@ -282,16 +291,20 @@ class PackageAdditions {
 // byte for byte, and the story's other blocks written around them.
 class DocumentRewrite {
  public:
-  DocumentRewrite(std::string_view xml, const DocumentLayout& layout,
-                  const std::vector<Block>& story, ReaderView& view, PackageAdditions& additions)
-      : xml_(xml), layout_(layout), story_(story), view_(view), additions_(additions),
+  DocumentRewrite(std::string_view xml, std::string prologue, const DocumentLayout& layout,
+                  const std::vector<Block>& story, ReaderView& view, PackageAdditions& additions,
+                  MergeEngine::KeyInterner& interner, const std::vector<std::uint32_t>& storyKeys)
+      : xml_(xml), prologue_(std::move(prologue)), layout_(layout), story_(story), view_(view),
+        additions_(additions), interner_(interner), storyKeys_(storyKeys),
         nextDrawing_(largestDrawingID(xml) + 1) {}
 
+  // The new part; `changed` tells whether it differs from the old one in
+  // more than the declaration of "w".
   std::string run() {
     match();
     std::string out;
     out.reserve(xml_.size() + xml_.size() / 8);
-    out += xml_.substr(0, layout_.body.start);
+    out += prologue_;
     std::size_t nextStory = 0;
     std::size_t previousEnd = layout_.body.start;
     std::vector<std::size_t> gap;
@@ -305,30 +318,76 @@ class DocumentRewrite {
       writeGap(out, gap, nextStory, first, previousEnd);
       gap.clear();
       // The element with whatever lay between it and the one before.
-      const std::size_t from = gapWritten_ ? element.span.start : previousEnd;
-      out += xml_.substr(from, element.span.end - from);
+      copy(out, gapWritten_ ? element.span.start : previousEnd, element.span.end);
       previousEnd = element.span.end;
       nextStory = first + element.blockCount;
     }
     writeGap(out, gap, nextStory, story_.size(), previousEnd);
-    const std::size_t tail = gapWritten_ ? layout_.body.end : previousEnd;
-    out += xml_.substr(std::min(tail, layout_.body.end));
+    copy(out, gapWritten_ ? layout_.body.end : previousEnd, xml_.size());
+    flush(out);
     return out;
   }
 
+  bool changed() const { return changed_; }
+
  private:
+  // Kept bytes are copied in runs as long as possible.
+  void copy(std::string& out, std::size_t from, std::size_t to) {
+    if (from != copyTo_) flush(out);
+    if (copyFrom_ == copyTo_) copyFrom_ = from;
+    copyTo_ = to;
+  }
+  void flush(std::string& out) {
+    out += xml_.substr(copyFrom_, copyTo_ - copyFrom_);
+    copyFrom_ = copyTo_ = 0;
+  }
+
+  void pair(std::size_t a, std::size_t b, bool same) {
+    storyOfOld_[a] = b;
+    oldOfStory_[b] = a;
+    same_[a] = same;
+  }
+
+  // Pairs the file's blocks with the story's. Edits in place are found by
+  // walking from the start and from the end; between the first insertion
+  // or deletion and the last, blocks are matched by their text as the
+  // merge matches them.
   void match() {
-    MergeEngine::KeyInterner interner;
-    const auto oldKeys = interner.addAll(layout_.blocks);
-    const auto newKeys = interner.addAll(story_);
-    storyOfOld_.assign(layout_.blocks.size(), std::nullopt);
+    const auto& old = layout_.blocks;
+    storyOfOld_.assign(old.size(), std::nullopt);
     oldOfStory_.assign(story_.size(), std::nullopt);
-    same_.assign(layout_.blocks.size(), false);
-    for (const auto& [a, b] : MergeEngine::lcsMatchIds(oldKeys, newKeys)) {
-      storyOfOld_[a] = b;
-      oldOfStory_[b] = a;
-      same_[a] = layout_.blocks[a].kind == story_[b].kind;
+    same_.assign(old.size(), false);
+    std::size_t i = 0, j = 0;
+    while (i < old.size() && j < story_.size()) {
+      if (old[i].kind == story_[j].kind) {
+        pair(i++, j++, true);
+      } else if ((i + 1 == old.size() && j + 1 == story_.size()) ||
+                 (i + 1 < old.size() && j + 1 < story_.size() &&
+                  old[i + 1].kind == story_[j + 1].kind)) {
+        pair(i++, j++, false);  // one block edited
+      } else {
+        break;
+      }
     }
+    // The same walk from the end, down to where the first one stopped.
+    std::size_t n = old.size(), m = story_.size();
+    while (n > i && m > j) {
+      if (old[n - 1].kind == story_[m - 1].kind) {
+        pair(--n, --m, true);
+      } else if (n - 1 > i && m - 1 > j && old[n - 2].kind == story_[m - 2].kind) {
+        pair(--n, --m, false);
+      } else {
+        break;
+      }
+    }
+    if (i < n && j < m) {
+      const auto oldKeys = interner_.addAll(std::span(old).subspan(i, n - i));
+      const auto newKeys = std::span(storyKeys_).subspan(j, m - j);
+      for (const auto& [a, b] : MergeEngine::lcsMatchIds(oldKeys, newKeys)) {
+        pair(i + a, j + b, old[i + a].kind == story_[j + b].kind);
+      }
+    }
+    elementOfBlock_.assign(layout_.blocks.size(), 0);
     for (std::size_t e = 0; e < layout_.elements.size(); ++e) {
       const auto& element = layout_.elements[e];
       for (std::size_t k = 0; k < element.blockCount; ++k) elementOfBlock_[element.firstBlock + k] = e;
@@ -379,13 +438,15 @@ class DocumentRewrite {
       // Nothing was written here: the marks stay with the bytes around them.
       if (!gap.empty()) {
         const std::size_t end = layout_.elements[gap.back()].span.end;
-        out += xml_.substr(previousEnd, end - previousEnd);
+        copy(out, previousEnd, end);
         previousEnd = end;
       }
       gapWritten_ = false;
       return;
     }
     gapWritten_ = true;
+    changed_ = true;
+    flush(out);
     std::size_t lastBearing = gap.size();
     for (std::size_t i = 0; i < gap.size(); ++i) {
       if (layout_.elements[gap[i]].blockCount > 0) lastBearing = i;
@@ -563,14 +624,19 @@ class DocumentRewrite {
   }
 
   std::string_view xml_;
+  std::string prologue_;  // up to and with <w:body>
   const DocumentLayout& layout_;
   const std::vector<Block>& story_;
   ReaderView& view_;
   PackageAdditions& additions_;
+  MergeEngine::KeyInterner& interner_;
+  const std::vector<std::uint32_t>& storyKeys_;
   std::int64_t nextDrawing_;
   std::vector<std::optional<std::size_t>> storyOfOld_, oldOfStory_;
   std::vector<bool> same_;
-  std::unordered_map<std::size_t, std::size_t> elementOfBlock_;
+  std::vector<std::size_t> elementOfBlock_;
+  std::size_t copyFrom_ = 0, copyTo_ = 0;
+  bool changed_ = false;
   std::map<std::string, std::vector<std::size_t>, std::less<>> byStyle_;
   std::vector<std::size_t> tables_;
   std::map<std::size_t, std::optional<OldParagraph>> paragraphs_;
@@ -580,7 +646,7 @@ class DocumentRewrite {
 // A notes part rewritten note by note: unchanged notes and the separators
 // byte for byte, changed ones on their old paragraphs, new ones on the
 // first note's.
-std::string rewriteNotes(std::string_view xml, const NotesLayout& layout,
+std::string rewriteNotes(std::string_view xml, std::string_view prologue, const NotesLayout& layout,
                          const std::vector<Footnote>& notes, NoteKind kind, ReaderView& view) {
   std::map<std::int64_t, std::size_t> elementOf;
   std::map<std::int64_t, const Footnote*> oldNote;
@@ -591,7 +657,7 @@ std::string rewriteNotes(std::string_view xml, const NotesLayout& layout,
   }
   for (const auto& note : layout.footnotes) oldNote.emplace(note.id, &note);
 
-  std::string out(xml.substr(0, layout.content.start));
+  std::string out(prologue);
   for (const auto& element : layout.notes) {
     if (element.separator || !element.number) out += xml.substr(element.span.start, element.span.size());
   }
@@ -659,54 +725,109 @@ std::string addedStyles(const ReaderView& view) {
   return out;
 }
 
+// Chunks of a member inflating on one thread, parsed on another.
+class ChunkPipe {
+ public:
+  void push(std::string_view chunk) {
+    std::lock_guard lock(mutex_);
+    chunks_.emplace_back(chunk);
+    ready_.notify_one();
+  }
+  void close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    ready_.notify_one();
+  }
+  // The next chunk; no value once the pipe is closed and empty.
+  std::optional<std::string> pop() {
+    std::unique_lock lock(mutex_);
+    ready_.wait(lock, [&] { return closed_ || !chunks_.empty(); });
+    if (chunks_.empty()) return std::nullopt;
+    std::string chunk = std::move(chunks_.front());
+    chunks_.pop_front();
+    return chunk;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ready_;
+  std::deque<std::string> chunks_;
+  bool closed_ = false;
+};
+
 }  // namespace
 
 void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes,
             const std::filesystem::path& destination, const StyleMap& styleMap) {
-  std::optional<Members> members;
-  {
-    Package package(destination);
-    if (package.opened() && package.has(kDocumentPart)) members = readMembers(package);
-  }
-  if (!members) {
+  Package package(destination);
+  if (!package.opened() || !package.has(kDocumentPart)) {
     write(blocks, footnotes, destination);
     return;
   }
-  const auto* document = members->find(kDocumentPart);
-  const auto styles = parsed<docx::StylesParser>(members->find(kStylesPart));
-  const auto relationships = parsed<RelationshipList>(members->find(kDocumentRels));
+  const auto stylesBytes = package.read(kStylesPart);
+  const auto relationshipsBytes = package.read(kDocumentRels);
+  const auto styles = parsed<docx::StylesParser>(stylesBytes ? &*stylesBytes : nullptr);
+  const auto relationships =
+      parsed<RelationshipList>(relationshipsBytes ? &*relationshipsBytes : nullptr);
+
+  // The document part inflates on a second thread while this one parses it;
+  // that thread then reads every other part and numbers the story's blocks.
+  ChunkPipe pipe;
+  Members members;
+  MergeEngine::KeyInterner interner;
+  std::vector<std::uint32_t> storyKeys;
+  std::exception_ptr sideError;
+  std::jthread side([&] {
+    try {
+      Package own(destination);
+      own.stream(kDocumentPart, [&](std::string_view chunk) { pipe.push(chunk); });
+      pipe.close();
+      members = readMembers(own, kDocumentPart);
+      storyKeys = interner.addAll(blocks);
+    } catch (...) {
+      sideError = std::current_exception();
+      pipe.close();
+    }
+  });
 
   ImportBudget budget;
-  const docx::ImageLoader loadImage = [&](std::string_view id) -> std::optional<ImageBlock> {
-    const auto found = relationships.targets.find(id);
-    if (found == relationships.targets.end()) return std::nullopt;
-    const auto* bytes = members->find(docx::memberOfTarget(found->second));
-    if (!bytes) return std::nullopt;
-    const auto slash = found->second.rfind('/');
-    return ImageBlock{.data = *bytes,
-                      .name = slash == std::string::npos ? found->second
-                                                         : found->second.substr(slash + 1)};
+  const docx::ImageLoader loadImage = [&](std::string_view id) {
+    return docx::loadImage(package, relationships.targets, id);
   };
-  const auto documentText = withWordPrefix(text(*document));
-  if (!documentText) {
+  DocumentScanner scanner(styles.map, styleMap, loadImage, budget);
+  std::string document;
+  try {
+    while (auto chunk = pipe.pop()) {
+      document += *chunk;
+      scanner.feed(*chunk);
+    }
+  } catch (...) {
+    // Let the other thread finish before the error leaves.
+    while (pipe.pop()) {
+    }
+    throw;
+  }
+  side.join();
+  if (sideError) std::rethrow_exception(sideError);
+  auto layout = scanner.finish();
+  if (!layout) throw DocxError::parseFailed(std::string(kDocumentPart));
+  auto prologue = withWordPrefix(std::string_view(document).substr(0, layout->body.start));
+  if (!prologue) {
     // Our markup needs the prefix "w"; a part that gives it another meaning
     // cannot take it, so the package is written afresh.
     write(blocks, footnotes, destination);
     return;
   }
-  const auto layout = scanDocument(*documentText, styles.map, styleMap, loadImage, budget);
-  if (!layout) throw DocxError::parseFailed(std::string(kDocumentPart));
 
   ReaderView view(styles.map, styles.paragraphIDs, styleMap);
-  PackageAdditions additions(*members, relationships);
+  PackageAdditions additions(members, relationships);
   std::map<std::string, std::string, std::less<>> replaced;
+  DocumentRewrite rewrite(document, std::move(*prologue), *layout, blocks, view, additions,
+                          interner, storyKeys);
+  auto rewritten = rewrite.run();
   // A part that comes out as it went in stays as it was, without even the
   // declaration of "w".
-  auto replace = [&](std::string_view name, std::string rewritten, const std::string& input) {
-    if (rewritten != input) replaced.emplace(name, std::move(rewritten));
-  };
-  replace(kDocumentPart, DocumentRewrite(*documentText, *layout, blocks, view, additions).run(),
-          *documentText);
+  if (rewrite.changed()) replaced.emplace(kDocumentPart, std::move(rewritten));
 
   std::vector<Footnote> notesOf[2];
   for (const auto& note : footnotes) notesOf[isEndnote(note.id) ? 1 : 0].push_back(note);
@@ -714,37 +835,41 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
     const bool endnote = kind == NoteKind::endnote;
     const std::string part = endnote ? "word/endnotes.xml" : "word/footnotes.xml";
     const auto& notes = notesOf[endnote ? 1 : 0];
-    if (const auto* old = members->find(part)) {
-      const auto notesText = withWordPrefix(text(*old));
-      const auto notesLayout =
-          notesText ? scanNotes(*notesText, endnote ? "endnote" : "footnote",
-                                endnote ? kEndnoteOffset : 0, styles.map, styleMap, budget)
-                    : std::nullopt;
+    if (const auto* old = members.find(part)) {
+      const auto notesLayout = scanNotes(text(*old), endnote ? "endnote" : "footnote",
+                                         endnote ? kEndnoteOffset : 0, styles.map, styleMap, budget);
       if (!notesLayout) throw DocxError::parseFailed(part);
-      replace(part, rewriteNotes(*notesText, *notesLayout, notes, kind, view), *notesText);
+      if (notesLayout->footnotes == notes) continue;
+      const auto notesPrologue = withWordPrefix(text(*old).substr(0, notesLayout->content.start));
+      if (!notesPrologue) throw DocxError::parseFailed(part);
+      replaced.emplace(part,
+                       rewriteNotes(text(*old), *notesPrologue, *notesLayout, notes, kind, view));
     } else if (!notes.empty()) {
       replaced.emplace(part, notesXml(notes, kind));
       additions.addNotesPart(kind);
     }
   }
-  if (const auto extra = addedStyles(view); !extra.empty()) {
-    if (const auto* old = members->find(kStylesPart)) {
-      std::string part(text(*old));
-      insertBeforeClose(part, extra);
-      replaced.emplace(kStylesPart, std::move(part));
-    }
+  if (const auto extra = addedStyles(view); !extra.empty() && stylesBytes) {
+    std::string part(text(*stylesBytes));
+    insertBeforeClose(part, extra);
+    replaced.emplace(kStylesPart, std::move(part));
   }
   if (auto part = additions.relationshipsPart()) replaced[std::string(kDocumentRels)] = *part;
   if (auto part = additions.contentTypesPart()) replaced[std::string(kContentTypes)] = *part;
 
   std::vector<PackageMember> out;
-  for (const auto& name : members->order) {
+  for (const auto& name : members.order) {
     const auto changed = replaced.find(name);
-    out.push_back({name, changed != replaced.end() ? std::string_view(changed->second)
-                                                   : text(members->bytes.at(name))});
+    if (changed != replaced.end()) {
+      out.push_back({name, changed->second});
+    } else if (name == kDocumentPart) {
+      out.push_back({name, document});
+    } else {
+      out.push_back({name, text(members.bytes.at(name))});
+    }
   }
   for (const auto& [name, bytes] : replaced) {
-    if (!members->find(name)) out.push_back({name, bytes});
+    if (!members.find(name) && name != kDocumentPart) out.push_back({name, bytes});
   }
   for (const auto& [name, data] : additions.media()) out.push_back({name, text(*data)});
   ZipTool::writePackage(out, destination);
