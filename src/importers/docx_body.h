@@ -87,6 +87,11 @@ class BodyParser final : public XmlHandler {
 
   bool inText() const { return inText_; }
   std::vector<Block>& blocks() { return blocks_; }
+  // True between the elements of a body: nothing open, nothing pending, so
+  // that a fresh parser would carry on from here alike.
+  bool atRest() const {
+    return !inParagraph_ && !inRun_ && !inText_ && tableStack_.empty() && pendingImages_.empty();
+  }
 
  private:
   struct TableBuilder {

@@ -76,6 +76,7 @@ class DocumentRecorder final : public SpanRecorder<docx::BodyParser> {
   }
 
   bool sawBody() const { return sawBody_; }
+  bool betweenBodyElements() const { return inBody_ && depth_ == 2 && inner_.atRest(); }
 
  private:
   DocumentLayout& layout_;
@@ -155,6 +156,15 @@ DocumentScanner::DocumentScanner(const docx::StyleNames& styles, const StyleMap&
 DocumentScanner::~DocumentScanner() = default;
 
 void DocumentScanner::feed(std::string_view chunk) { state_->parser.feed(chunk, false); }
+
+bool DocumentScanner::betweenBodyElements() const {
+  return !state_->parser.failed() && state_->recorder.betweenBodyElements();
+}
+
+DocumentLayout DocumentScanner::takeSoFar() {
+  state_->layout.blocks = std::move(state_->body.blocks());
+  return std::move(state_->layout);
+}
 
 std::optional<DocumentLayout> DocumentScanner::finish() {
   state_->parser.feed({}, true);

@@ -63,6 +63,13 @@ class DocumentScanner {
   // No value when the part is not well-formed or has no w:body.
   std::optional<DocumentLayout> finish();
 
+  // For a part read in two pieces at once: true when what was fed ends
+  // between two elements of the body, with nothing left open, so that the
+  // rest can be read by a scanner of its own (given "<w:document><w:body>"
+  // first); then the layout so far.
+  bool betweenBodyElements() const;
+  DocumentLayout takeSoFar();
+
  private:
   struct State;
   std::unique_ptr<State> state_;

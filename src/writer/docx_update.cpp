@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <condition_variable>
 #include <deque>
+#include <functional>
+#include <iterator>
 #include <mutex>
 #include <thread>
 #include <charconv>
@@ -215,9 +217,12 @@ class PackageAdditions {
     const auto dot = planned.rfind('.');
     const std::string extension =
         text::lowercased(dot == std::string::npos ? std::string("png") : planned.substr(dot + 1));
-    std::string name;
-    for (int n = 1; name.empty() || taken_.contains(text::lowercased("word/media/" + name)); ++n) {
-      name = "inkharbour-" + std::to_string(n) + "." + extension;
+    // The picture's own name, which the reader gives back, unless the
+    // package has a member of that name.
+    std::string name = planned;
+    const std::string stem = dot == std::string::npos ? planned : planned.substr(0, dot);
+    for (int n = 2; taken_.contains(text::lowercased("word/media/" + name)); ++n) {
+      name = stem + "-" + std::to_string(n) + "." + extension;
     }
     taken_.insert(text::lowercased("word/media/" + name));
     const std::string id = freshID();
@@ -451,11 +456,13 @@ class DocumentRewrite {
     for (std::size_t i = 0; i < gap.size(); ++i) {
       if (layout_.elements[gap[i]].blockCount > 0) lastBearing = i;
     }
-    std::vector<std::size_t> unmatchedOld;
+    // The gap's old blocks that no story block matched, by kind.
+    std::deque<std::size_t> unmatchedOld[3];
     for (const auto e : gap) {
       const auto& element = layout_.elements[e];
       for (std::size_t k = 0; k < element.blockCount; ++k) {
-        if (!storyOfOld_[element.firstBlock + k]) unmatchedOld.push_back(element.firstBlock + k);
+        const std::size_t block = element.firstBlock + k;
+        if (!storyOfOld_[block]) unmatchedOld[layout_.blocks[block].kind.index()].push_back(block);
       }
     }
     for (std::size_t i = 0; i < gap.size(); ++i) {
@@ -464,11 +471,14 @@ class DocumentRewrite {
         out += xml_.substr(element.span.start, element.span.size());
       }
     }
-    // Blocks the story changed pair with the gap's unmatched old blocks in order.
-    std::size_t nextUnmatched = 0;
+    // Blocks the story changed pair with the gap's unmatched old blocks of
+    // their kind, in order.
     for (std::size_t j = from; j < to; ++j) {
       std::optional<std::size_t> partner = oldOfStory_[j];
-      if (!partner && nextUnmatched < unmatchedOld.size()) partner = unmatchedOld[nextUnmatched++];
+      if (auto& candidates = unmatchedOld[story_[j].kind.index()]; !partner && !candidates.empty()) {
+        partner = candidates.front();
+        candidates.pop_front();
+      }
       writeBlock(out, story_[j], partner, gap.empty() ? 0 : gap.front());
     }
     for (std::size_t i = 0; i < gap.size(); ++i) {
@@ -725,7 +735,8 @@ std::string addedStyles(const ReaderView& view) {
   return out;
 }
 
-// Chunks of a member inflating on one thread, parsed on another.
+// Chunks of the document part inflating on one thread, parsed on another
+// up to a split that the first thread sets once it holds the whole part.
 class ChunkPipe {
  public:
   void push(std::string_view chunk) {
@@ -738,13 +749,22 @@ class ChunkPipe {
     closed_ = true;
     ready_.notify_one();
   }
-  // The next chunk; no value once the pipe is closed and empty.
+  // Sets the split to `choose(bytes handed out so far)`, which must not be less.
+  std::size_t split(const std::function<std::size_t(std::size_t)>& choose) {
+    std::lock_guard lock(mutex_);
+    split_ = choose(popped_);
+    ready_.notify_one();
+    return split_;
+  }
+  // The next chunk, cut at the split; no value past the split or at the end.
   std::optional<std::string> pop() {
     std::unique_lock lock(mutex_);
-    ready_.wait(lock, [&] { return closed_ || !chunks_.empty(); });
-    if (chunks_.empty()) return std::nullopt;
+    ready_.wait(lock, [&] { return closed_ || !chunks_.empty() || popped_ >= split_; });
+    if (chunks_.empty() || popped_ >= split_) return std::nullopt;
     std::string chunk = std::move(chunks_.front());
     chunks_.pop_front();
+    if (chunk.size() > split_ - popped_) chunk.resize(split_ - popped_);
+    popped_ += chunk.size();
     return chunk;
   }
 
@@ -752,8 +772,27 @@ class ChunkPipe {
   std::mutex mutex_;
   std::condition_variable ready_;
   std::deque<std::string> chunks_;
+  std::size_t popped_ = 0;
+  std::size_t split_ = std::string::npos;
   bool closed_ = false;
 };
+
+// Where the part may be cut between two body elements, at or after `from`:
+// just after a paragraph or table that ends where another element starts.
+// Only a guess, which the parse of the first piece confirms or refutes.
+std::size_t boundaryAfter(std::string_view xml, std::size_t from) {
+  for (std::size_t at = xml.find("</w:", from); at != std::string_view::npos;
+       at = xml.find("</w:", at + 4)) {
+    const auto tag = xml.substr(at + 4, 4);
+    if (!tag.starts_with("p>") && !tag.starts_with("tbl>")) continue;
+    const std::size_t end = xml.find('>', at) + 1;
+    const auto next = xml.find_first_not_of(" \t\r\n", end);
+    if (next != std::string_view::npos && xml.substr(next, 4) == "<w:p" ) return end;
+  }
+  return std::string_view::npos;
+}
+
+constexpr std::string_view kBodyOpening = "<w:document><w:body>";
 
 }  // namespace
 
@@ -770,9 +809,13 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   const auto relationships =
       parsed<RelationshipList>(relationshipsBytes ? &*relationshipsBytes : nullptr);
 
-  // The document part inflates on a second thread while this one parses it;
-  // that thread then reads every other part and numbers the story's blocks.
+  // The document part inflates on a second thread while this one parses
+  // it. Once inflated, the second thread reads its last two fifths itself,
+  // then every other part, and numbers the story's blocks.
   ChunkPipe pipe;
+  std::string document;
+  std::size_t split = std::string::npos;
+  std::optional<DocumentLayout> secondPiece;
   Members members;
   MergeEngine::KeyInterner interner;
   std::vector<std::uint32_t> storyKeys;
@@ -780,8 +823,25 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   std::jthread side([&] {
     try {
       Package own(destination);
-      own.stream(kDocumentPart, [&](std::string_view chunk) { pipe.push(chunk); });
+      own.stream(kDocumentPart, [&](std::string_view chunk) {
+        document += chunk;
+        pipe.push(chunk);
+      });
+      split = pipe.split([&](std::size_t handedOut) {
+        return boundaryAfter(document, std::max(handedOut, document.size() / 5 * 3));
+      });
       pipe.close();
+      if (split != std::string::npos) {
+        ImportBudget ownBudget;
+        DocumentScanner scanner(styles.map, styleMap,
+                                [&](std::string_view id) {
+                                  return docx::loadImage(own, relationships.targets, id);
+                                },
+                                ownBudget);
+        scanner.feed(kBodyOpening);
+        scanner.feed(std::string_view(document).substr(split));
+        secondPiece = scanner.finish();
+      }
       members = readMembers(own, kDocumentPart);
       storyKeys = interner.addAll(blocks);
     } catch (...) {
@@ -791,16 +851,13 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   });
 
   ImportBudget budget;
-  const docx::ImageLoader loadImage = [&](std::string_view id) {
-    return docx::loadImage(package, relationships.targets, id);
-  };
-  DocumentScanner scanner(styles.map, styleMap, loadImage, budget);
-  std::string document;
+  DocumentScanner scanner(styles.map, styleMap,
+                          [&](std::string_view id) {
+                            return docx::loadImage(package, relationships.targets, id);
+                          },
+                          budget);
   try {
-    while (auto chunk = pipe.pop()) {
-      document += *chunk;
-      scanner.feed(*chunk);
-    }
+    while (auto chunk = pipe.pop()) scanner.feed(*chunk);
   } catch (...) {
     // Let the other thread finish before the error leaves.
     while (pipe.pop()) {
@@ -809,7 +866,25 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   }
   side.join();
   if (sideError) std::rethrow_exception(sideError);
-  auto layout = scanner.finish();
+  std::optional<DocumentLayout> layout;
+  if (secondPiece && scanner.betweenBodyElements()) {
+    layout = scanner.takeSoFar();
+    const std::size_t shift = split - kBodyOpening.size();
+    const std::size_t firstBlocks = layout->blocks.size();
+    for (auto& element : secondPiece->elements) {
+      element.span.start += shift;
+      element.span.end += shift;
+      element.firstBlock += firstBlocks;
+      layout->elements.push_back(std::move(element));
+    }
+    std::move(secondPiece->blocks.begin(), secondPiece->blocks.end(),
+              std::back_inserter(layout->blocks));
+    layout->body.end = secondPiece->body.end + shift;
+  } else {
+    // The cut was not between two body elements: the first parse reads on.
+    if (split != std::string::npos) scanner.feed(std::string_view(document).substr(split));
+    layout = scanner.finish();
+  }
   if (!layout) throw DocxError::parseFailed(std::string(kDocumentPart));
   auto prologue = withWordPrefix(std::string_view(document).substr(0, layout->body.start));
   if (!prologue) {

@@ -72,6 +72,105 @@ void edit(ImportResult& story) {
   }
 }
 
+bool holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+TEST(DocxUpdate, AChangedParagraphKeepsItsLookAndUnchangedOnesStayByteForByte) {
+  testing::TempDir dir;
+  const std::string kept =
+      R"(<w:p w:rsidR="1"><w:pPr><w:spacing w:after="240"/></w:pPr><w:r><w:t>Untouched.</w:t></w:r></w:p>)";
+  const std::string section = R"(<w:sectPr><w:pgSz w:w="11906" w:h="16838"/></w:sectPr>)";
+  const std::string font = R"(<w:rFonts w:ascii="Garamond"/>)";
+  const fs::path file = dir / "linked.docx";
+  testing::writePackage(
+      file,
+      {{"word/document.xml",
+        testing::documentXml(
+            R"(<w:p><w:pPr><w:jc w:val="center"/></w:pPr><w:bookmarkStart w:id="0" w:name="b"/>)"
+            "<w:r><w:rPr>" + font + "<w:b/></w:rPr><w:t>Bold words</w:t></w:r><w:r><w:rPr>" + font +
+            R"(</w:rPr><w:t> plain words</w:t></w:r><w:bookmarkEnd w:id="0"/></w:p>)" + kept +
+            R"(<w:tbl><w:tblPr><w:tblStyle w:val="Grid"/></w:tblPr><w:tr><w:tc><w:tcPr><w:shd w:fill="FF0000"/></w:tcPr><w:p><w:r><w:t>a</w:t></w:r></w:p></w:tc>)"
+            R"(<w:tc><w:p><w:r><w:t>b</w:t></w:r></w:p></w:tc></w:tr></w:tbl>)" + section)},
+       {"word/styles.xml", testing::stylesXml({{"Heading1", "heading 1"}})},
+       {"word/theme/theme1.xml", "<theme/>"}});
+  auto story = DocxReader::read(file, StyleMap{});
+  auto& first = std::get<Paragraph>(story.blocks[0].kind);
+  first.runs[1].text = " other words";
+  first.runs.push_back(TextRun{.text = " new", .italic = true});
+  story.blocks.insert(story.blocks.begin() + 2, Block{.kind = Paragraph::make("Body", "Added.")});
+  story.blocks.push_back(Block{.kind = Paragraph::make("Heading 1", "A heading")});
+  std::get<Table>(story.blocks[3].kind).rows[0][0].paragraphs = {Paragraph::make("Body", "c")};
+
+  push(story, file, "made-up");
+  auto after = membersOf(file);
+  const auto& document = after["word/document.xml"];
+  EXPECT_EQ(after["word/theme/theme1.xml"], "<theme/>");
+  for (const auto& part :
+       {kept, section, std::string(R"(<w:jc w:val="center"/>)"),
+        std::string(R"(<w:bookmarkStart w:id="0" w:name="b"/>)"),
+        "<w:rPr>" + font + "<w:b/></w:rPr><w:t xml:space=\"preserve\">Bold words",  // same look
+        "<w:rPr>" + font + "<w:i/></w:rPr>",                                          // new look
+        std::string(R"(<w:p><w:pPr><w:spacing w:after="240"/></w:pPr><w:r><w:t xml:space="preserve">Added.)"),
+        std::string(R"(<w:tblStyle w:val="Grid"/>)"),
+        std::string(R"(<w:tc><w:tcPr><w:shd w:fill="FF0000"/></w:tcPr><w:p>)"),
+        std::string(R"(<w:tc><w:p><w:r><w:t>b</w:t></w:r></w:p></w:tc>)"),
+        std::string(R"(<w:pStyle w:val="Heading1"/>)")}) {
+    EXPECT_TRUE(holds(document, part)) << part << "\n" << document;
+  }
+  // The section properties stay last.
+  EXPECT_TRUE(document.ends_with(section + "</w:body></w:document>")) << document;
+}
+
+TEST(DocxUpdate, PicturesAndNotesGainPartsRelationshipsAndContentTypes) {
+  testing::TempDir dir;
+  const fs::path file = dir / "linked.docx";
+  const std::string types =
+      R"(<Types xmlns="http://schemas.openxmlformats.org/package/2006/content-types">)"
+      R"(<Default Extension="xml" ContentType="application/xml"/></Types>)";
+  const std::string second = R"(<w:footnote w:id="2"><w:p><w:r><w:footnoteRef/></w:r><w:r><w:t> Two</w:t></w:r></w:p></w:footnote>)";
+  testing::writePackage(
+      file,
+      {{"[Content_Types].xml", types},
+       {"word/document.xml",
+        testing::documentXml(R"(<w:p><w:r><w:t>Text</w:t></w:r><w:r><w:footnoteReference w:id="1"/></w:r>)"
+                             R"(<w:r><w:footnoteReference w:id="2"/></w:r></w:p>)")},
+       {"word/footnotes.xml",
+        testing::notesXml(R"(<w:footnote w:id="1"><w:p><w:pPr><w:jc w:val="both"/></w:pPr><w:r><w:rPr><w:rStyle w:val="FootnoteReference"/></w:rPr><w:footnoteRef/></w:r><w:r><w:t> One</w:t></w:r></w:p></w:footnote>)" + second)}});
+  auto story = DocxReader::read(file, StyleMap{});
+  story.footnotes[0].paragraphs = {Paragraph::make("Body", " One, reworded")};
+  story.blocks.push_back(Block{.kind = ImageBlock{.data = {'G', 'I', 'F', '8', '9', 'a'}, .name = "x.gif"}});
+  std::get<Paragraph>(story.blocks[0].kind).runs.push_back(TextRun::footnoteReference(10001));
+  story.footnotes.push_back(Footnote{.id = 10001, .paragraphs = {Paragraph::make("Body", " An endnote")}});
+
+  push(story, file, "notes and pictures");
+  auto after = membersOf(file);
+  EXPECT_TRUE(holds(after["word/footnotes.xml"], second));
+  EXPECT_TRUE(holds(after["word/footnotes.xml"],
+                    R"(<w:jc w:val="both"/></w:pPr><w:r><w:rPr><w:rStyle w:val="FootnoteReference"/></w:rPr><w:footnoteRef/></w:r>)"));
+  EXPECT_TRUE(holds(after["word/endnotes.xml"], R"(<w:endnote w:id="1">)"));
+  EXPECT_TRUE(holds(after["word/document.xml"], R"(<w:endnoteReference w:id="1"/>)"));
+  EXPECT_EQ(after["word/media/x.gif"], "GIF89a");
+  for (const char* part : {R"(Target="media/x.gif")", R"(Target="endnotes.xml")"}) {
+    EXPECT_TRUE(holds(after["word/_rels/document.xml.rels"], part)) << part;
+  }
+  for (const char* part : {R"(<Default Extension="gif" ContentType="image/gif"/>)",
+                           R"(PartName="/word/endnotes.xml")"}) {
+    EXPECT_TRUE(holds(after["[Content_Types].xml"], part)) << part;
+  }
+}
+
+TEST(DocxUpdate, WithoutAWordFileAFreshPackageIsWritten) {
+  testing::TempDir dir;
+  const ImportResult story{.blocks = {Block{.kind = Paragraph::make("Heading 1", "Title")}}};
+  for (const auto* name : {"absent.docx", "text.docx"}) {
+    if (std::string(name) == "text.docx") testing::writeFile(dir / name, "not a package");
+    push(story, dir / name, name);
+  }
+  // Headings carry outline levels for other programs' navigation.
+  EXPECT_TRUE(holds(membersOf(dir / "absent.docx")["word/styles.xml"], R"(<w:outlineLvl w:val="0"/>)"));
+}
+
 TEST(DocxUpdate, EveryCorpusFileKeepsItsOtherPartsAndReadsBackAsTheStory) {
   const char* corpus = std::getenv("INKHARBOUR_CORPUS");
   if (corpus == nullptr || !fs::exists(fs::path(corpus) / "docx")) GTEST_SKIP() << "no corpus";
