@@ -5,6 +5,9 @@
 #include <climits>
 #include <cstring>
 #include <new>
+#include <string>
+
+#include "importers/docx_error.h"
 
 namespace inkharbour {
 
@@ -65,6 +68,12 @@ void XmlParser::stop() {
 void XmlParser::onStart(void* self, const char* name, const char** attributes) {
   auto* parser = static_cast<XmlParser*>(self);
   try {
+    // Unclosed elements cost the parser memory each: a few kilobytes of
+    // start tags must not take gigabytes.
+    if (++parser->depth_ > kMaxDepth) {
+      throw DocxError::limitExceeded("an XML part nests elements more than " +
+                                     std::to_string(kMaxDepth) + " deep, the limit");
+    }
     parser->handler_.startElement(localName(name), XmlAttributes(attributes));
     parser->followCharacterWish();
   } catch (...) {
@@ -75,6 +84,7 @@ void XmlParser::onStart(void* self, const char* name, const char** attributes) {
 
 void XmlParser::onEnd(void* self, const char* name) {
   auto* parser = static_cast<XmlParser*>(self);
+  --parser->depth_;
   try {
     parser->handler_.endElement(localName(name));
     parser->followCharacterWish();

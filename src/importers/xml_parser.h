@@ -52,6 +52,9 @@ class XmlHandler {
 
 class XmlParser {
  public:
+  // Elements open at once past this stop the parse with DocxError's limit.
+  static constexpr std::size_t kMaxDepth = 1024;
+
   explicit XmlParser(XmlHandler& handler);
   ~XmlParser();
   XmlParser(const XmlParser&) = delete;
@@ -91,6 +94,7 @@ class XmlParser {
   bool failed_ = false;
   bool refusedDoctype_ = false;
   bool charactersOn_ = true;
+  std::size_t depth_ = 0;
   std::exception_ptr error_;
 };
 

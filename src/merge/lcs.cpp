@@ -7,6 +7,8 @@
 #include <string_view>
 #include <unordered_map>
 
+#include "merge/merge_keys.h"
+
 namespace inkharbour::MergeEngine {
 
 namespace {
@@ -428,7 +430,7 @@ MatchMap lcsMatchIds(Symbols a, Symbols b, const LcsLimits& limits) {
 }
 
 MatchMap lcsMatches(const std::vector<std::string>& a, const std::vector<std::string>& b) {
-  std::unordered_map<std::string_view, std::uint32_t> ids;
+  std::unordered_map<std::string_view, std::uint32_t, KeyedHash> ids;
   ids.reserve(a.size() + b.size());
   auto intern = [&](const std::vector<std::string>& keys) {
     std::vector<std::uint32_t> out;

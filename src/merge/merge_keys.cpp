@@ -4,6 +4,7 @@
 
 #include <array>
 #include <bit>
+#include <random>
 #include <string_view>
 
 namespace inkharbour::MergeEngine {
@@ -32,11 +33,34 @@ std::string sha256Hex(const Data& data) {
   return hex(digest.data(), length);
 }
 
-// A 64-bit hash of a byte stream that does not depend on how the stream is
-// cut into pieces, so a paragraph's runs hash like their concatenation.
+// The key of every hash this process computes, drawn once from the system's
+// random source, so that no input prepared in advance can make many keys
+// share a slot.
+struct HashKey {
+  std::uint64_t k0, k1;
+};
+
+const HashKey& processKey() {
+  static const HashKey key = [] {
+    std::random_device random;
+    auto draw = [&] { return (std::uint64_t{random()} << 32) ^ random(); };
+    return HashKey{draw(), draw()};
+  }();
+  return key;
+}
+
+// SipHash-1-3 under the process key, of a byte stream that may come in
+// pieces: a paragraph's runs hash like their concatenation. `domain` keeps
+// apart kinds of keys that must not be confused.
 class StreamHash {
  public:
-  explicit StreamHash(std::uint64_t seed) : state_(seed) {}
+  explicit StreamHash(std::uint64_t domain) {
+    const auto& key = processKey();
+    v0_ = key.k0 ^ 0x736f6d6570736575ULL;
+    v1_ = key.k1 ^ 0x646f72616e646f6dULL ^ domain;
+    v2_ = key.k0 ^ 0x6c7967656e657261ULL;
+    v3_ = key.k1 ^ 0x7465646279746573ULL;
+  }
 
   void add(std::string_view s) {
     const auto* p = reinterpret_cast<const unsigned char*>(s.data());
@@ -57,14 +81,12 @@ class StreamHash {
   }
 
   std::uint64_t finish() {
-    mix(pending_ ^ (length_ << 3));
-    std::uint64_t h = state_;
-    h ^= h >> 33;
-    h *= 0xff51afd7ed558ccdULL;
-    h ^= h >> 33;
-    h *= 0xc4ceb9fe1a85ec53ULL;
-    h ^= h >> 33;
-    return h;
+    mix(pending_ | (length_ << 56));
+    v2_ ^= 0xff;
+    round();
+    round();
+    round();
+    return v0_ ^ v1_ ^ v2_ ^ v3_;
   }
 
  private:
@@ -82,11 +104,25 @@ class StreamHash {
       filled_ = 0;
     }
   }
+  void round() {
+    v0_ += v1_;
+    v1_ = std::rotl(v1_, 13) ^ v0_;
+    v0_ = std::rotl(v0_, 32);
+    v2_ += v3_;
+    v3_ = std::rotl(v3_, 16) ^ v2_;
+    v0_ += v3_;
+    v3_ = std::rotl(v3_, 21) ^ v0_;
+    v2_ += v1_;
+    v1_ = std::rotl(v1_, 17) ^ v2_;
+    v2_ = std::rotl(v2_, 32);
+  }
   void mix(std::uint64_t w) {
-    state_ = std::rotl((state_ ^ w) * 0x9E3779B97F4A7C15ULL, 31) * 0xBF58476D1CE4E5B9ULL;
+    v3_ ^= w;
+    round();
+    v0_ ^= w;
   }
 
-  std::uint64_t state_;
+  std::uint64_t v0_, v1_, v2_, v3_;
   std::uint64_t pending_ = 0;
   unsigned filled_ = 0;
   std::uint64_t length_ = 0;
@@ -94,9 +130,10 @@ class StreamHash {
 
 // Paragraph keys and whole keys never equal each other (their first letters
 // differ), so they may hash differently: a paragraph hashes its text alone,
-// under its own seed, and needs no "P:" in front of every text.
+// in its own domain, and needs no "P:" in front of every text.
 constexpr std::uint64_t kParagraphSeed = 0x243F6A8885A308D3ULL;
 constexpr std::uint64_t kWholeKeySeed = 0x13198A2E03707344ULL;
+constexpr std::uint64_t kPlainSeed = 0xA4093822299F31D0ULL;
 
 std::uint64_t paragraphHash(const Paragraph& paragraph) {
   StreamHash hash(kParagraphSeed);
@@ -116,6 +153,16 @@ std::uint64_t keyHash(std::string_view key) {
   hash.add(key);
   return hash.finish();
 }
+
+}  // namespace
+
+std::size_t KeyedHash::operator()(std::string_view text) const {
+  StreamHash hash(kPlainSeed);
+  hash.add(text);
+  return static_cast<std::size_t>(hash.finish());
+}
+
+namespace {
 
 // Equal concatenated run texts, compared piece by piece without copying.
 bool sameText(const Paragraph& x, const Paragraph& y) {

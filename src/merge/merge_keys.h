@@ -14,6 +14,12 @@
 
 namespace inkharbour::MergeEngine {
 
+// A hash of text under a key drawn afresh by every process, for hash tables
+// whose keys come from files: no text prepared in advance can flood one slot.
+struct KeyedHash {
+  std::size_t operator()(std::string_view text) const;
+};
+
 // The merge key of the block.
 std::string mergeKey(const Block& block);
 

@@ -6,7 +6,7 @@
 #include <set>
 #include <string>
 #include <string_view>
-#include <unordered_set>
+#include <set>
 #include <utility>
 
 #include "merge/lcs.h"
@@ -156,7 +156,7 @@ std::int64_t freshNumber(const std::set<std::int64_t>& used, bool endnote) {
 std::vector<std::int64_t> readingOrder(const std::vector<Block>& blocks,
                                        const std::vector<Footnote>& footnotes) {
   std::vector<std::int64_t> order;
-  std::unordered_set<std::int64_t> seen;
+  std::set<std::int64_t> seen;  // ids come from files: no hash table
   for (const auto& block : blocks) {
     forEachParagraph(block, [&](const Paragraph& paragraph) {
       for (const auto& run : paragraph.runs) {

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "merge/lcs.h"
+#include "merge/merge_keys.h"
 
 namespace inkharbour::MergeEngine {
 
@@ -101,7 +102,7 @@ bool whiteSpace(std::string_view token) {
 }
 
 std::vector<std::uint32_t> idsOf(const std::vector<std::string_view>& tokens,
-                                 std::unordered_map<std::string_view, std::uint32_t>& numbers) {
+                                 std::unordered_map<std::string_view, std::uint32_t, KeyedHash>& numbers) {
   std::vector<std::uint32_t> ids;
   ids.reserve(tokens.size());
   for (const auto token : tokens) {
@@ -157,7 +158,7 @@ std::vector<std::string_view> wordTokens(std::string_view text) {
 WordDiff wordDiff(std::string_view local, std::string_view external) {
   const auto a = wordTokens(local);
   const auto b = wordTokens(external);
-  std::unordered_map<std::string_view, std::uint32_t> numbers;
+  std::unordered_map<std::string_view, std::uint32_t, KeyedHash> numbers;
   const auto aIds = idsOf(a, numbers);
   const auto bIds = idsOf(b, numbers);
   const MatchMap matches = lcsMatchIds(aIds, bIds);

@@ -371,6 +371,19 @@ TEST(DocxFailures, DocumentPartMissingMalformedOrTooDeepIsAnErrorOfItsKind) {
               throwsDocxError(Kind::unzipFailed, true,
                               "Could not open archive: word/document.xml: tables nested more than "
                               "2 deep, the limit"));
+  // Unclosed elements are bounded too, in any part: a few kilobytes of start
+  // tags must not take gigabytes.
+  std::string unclosed;
+  for (int i = 0; i < 5000; ++i) unclosed += "<w:x>";
+  for (const std::string member : {kDocument, std::string("word/styles.xml")}) {
+    Members members{{kDocument, documentXml(para(run("a")))}};
+    members[member] = member == kDocument ? documentXml(unclosed) : unclosed;
+    EXPECT_THAT([&] { readPackage(members); },
+                throwsDocxError(Kind::unzipFailed, true,
+                                "Could not open archive: an XML part nests elements more than "
+                                "1024 deep, the limit"))
+        << member;
+  }
 }
 
 TEST(DocxFailures, BrokenOptionalPartsAreReadAsFarAsWellFormed) {
