@@ -1,6 +1,7 @@
 #include "app/app_state.h"
 
 #include <algorithm>
+#include <set>
 
 #include "app/link_status.h"
 #include "app/use_mine.h"
@@ -20,6 +21,33 @@ fs::path folderOf(const fs::path& path) {
   std::error_code error;
   const fs::path absolute = fs::absolute(path, error);
   return (error ? path : absolute).lexically_normal().parent_path();
+}
+
+// Gives each story or block whose id an earlier one has a fresh id.
+AppState::RenewedIds renewDuplicateIds(ProjectDocument& document) {
+  AppState::RenewedIds renewed;
+  std::set<Uuid> storyIDs;
+  for (auto& story : document.stories) {
+    if (!storyIDs.insert(story.id).second) {
+      do {
+        story.id = Uuid::random();
+      } while (!storyIDs.insert(story.id).second);
+      renewed.stories.push_back(story.id);
+    }
+  }
+  for (auto& story : document.stories) {
+    std::set<Uuid> blockIDs;
+    std::size_t count = 0;
+    for (auto& block : story.blocks) {
+      if (blockIDs.insert(block.id).second) continue;
+      do {
+        block.id = Uuid::random();
+      } while (!blockIDs.insert(block.id).second);
+      ++count;
+    }
+    if (count > 0) renewed.blocks.emplace_back(story.id, count);
+  }
+  return renewed;
 }
 
 }  // namespace
@@ -423,6 +451,7 @@ void AppState::newDocument() {
   document_ = ProjectDocument{};
   documentFolder_.reset();
   relocated_.clear();
+  renewedIds_ = {};
   statusCache_->clear();
   willChange();
   linkStatuses_.clear();
@@ -438,8 +467,10 @@ void AppState::openDocument(const std::filesystem::path& path) {
     fail(error);
     return;
   }
+  RenewedIds renewed = renewDuplicateIds(opened);
   changeDocument();
   document_ = std::move(opened);
+  renewedIds_ = std::move(renewed);
   documentFolder_ = folderOf(path);
   relocated_.clear();
   // Statuses and cached digests belong to the old document; the same story

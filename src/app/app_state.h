@@ -185,6 +185,23 @@ class AppState {
   // Only stories still linked to the found file count.
   std::vector<Uuid> relocatedLinks() const;
 
+  // --- Ids used twice ----------------------------------------------------------
+  // A document file edited by hand or put together by a tool may give two
+  // stories, or two blocks of one story, the same id, and then one story's
+  // link status would come from the other's file. On open, every story after
+  // the first with an id, and every block after the first with an id in its
+  // story, gets a fresh id; the next save keeps them.
+
+  struct RenewedIds {
+    std::vector<Uuid> stories;                         // their new ids, in story order
+    std::vector<std::pair<Uuid, std::size_t>> blocks;  // story id, blocks renewed in it
+
+    bool empty() const { return stories.empty() && blocks.empty(); }
+    bool operator==(const RenewedIds&) const = default;
+  };
+  // What the last open renewed; empty after newDocument().
+  const RenewedIds& renewedIds() const { return renewedIds_; }
+
   // --- Snapshots, for undo ----------------------------------------------------
 
   // One story as it stood at a moment: its place in the document and its
@@ -230,7 +247,8 @@ class AppState {
   // merge report is replaced, the imported content becomes the new base.
   void updateFromLinked(const Uuid& storyID);
   // "Push Edits": writes the story over its linked Word document; its
-  // content becomes the new base. Refused for Excel links.
+  // content becomes the new base. Refused for Excel links, and for a file
+  // that is there but cannot be read (no permission, a FIFO or device).
   void updateLinkedDocument(const Uuid& storyID);
   // updateFromLinked for every story whose status is modified, in story order.
   void updateAllLinks();
@@ -266,6 +284,7 @@ class AppState {
   std::optional<std::filesystem::path> documentFolder_;
   // Links found moved since the open or the save: the story and its new path.
   std::vector<std::pair<Uuid, std::string>> relocated_;
+  RenewedIds renewedIds_;
 
   std::function<void()> observer_;
   std::unique_ptr<LinkStatusCache> statusCache_;

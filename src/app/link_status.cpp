@@ -137,7 +137,8 @@ LinkReadResult readLinkedFile(const LinkReadRequest& request) {
     // the result is then ignored and the file asked for again.
     result.ticket = request.ticket;
     try {
-      const auto content = DocxReader::read(request.ticket.path, request.styleMap);
+      const auto content = DocxReader::read(request.ticket.path, request.styleMap, {},
+                                            DocxReader::DamagedNotes::fail);
       result.digest = linkDigest(content.blocks, content.footnotes);
     } catch (const DocxError&) {
       // The package itself is broken: it stays so until the file changes.
@@ -276,7 +277,8 @@ LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
   const std::int64_t start = clock_();
   const auto identity = stat_(path);
   ++fileReads_;
-  LinkedRead result{.content = DocxReader::read(path, styleMap), .digest = {}};
+  LinkedRead result{.content = DocxReader::read(path, styleMap, {}, DocxReader::DamagedNotes::fail),
+                    .digest = {}};
   result.digest = linkDigest(result.content.blocks, result.content.footnotes);
   Entry& entry = change(storyID);
   if (identity) {

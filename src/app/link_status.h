@@ -104,8 +104,9 @@ struct LinkReadResult {
 };
 
 // Reads the requested file with DocxReader::read and digests it (and the
-// base, when the request carries one). Pure and safe on any thread; never
-// throws: a failure is part of the result.
+// base, when the request carries one). Here a damaged notes part makes the
+// file unreadable: read as no notes, it would differ from the base. Pure and
+// safe on any thread; never throws: a failure is part of the result.
 LinkReadResult readLinkedFile(const LinkReadRequest& request);
 
 class LinkStatusCache {
@@ -147,9 +148,10 @@ class LinkStatusCache {
     ImportResult content;
     ContentDigest digest;  // linkDigest of `content`
   };
-  // Reads the file at `path` for the story's link with DocxReader::read and
-  // remembers it as decide() would, so that the next decision need not read
-  // it again. Throws whatever the reader throws.
+  // Reads the file at `path` for the story's link with DocxReader::read, a
+  // damaged notes part failing as in readLinkedFile, and remembers it as
+  // decide() would, so that the next decision need not read it again.
+  // Throws whatever the reader throws.
   LinkedRead read(const Uuid& storyID, const std::filesystem::path& path, const StyleMap& styleMap);
 
   // The story's link got a new base snapshot: its digest, when the caller

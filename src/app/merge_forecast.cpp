@@ -118,7 +118,9 @@ std::optional<ForecastRequest> forecastRequest(const ProjectDocument& document,
 
 std::optional<MergeForecast> runForecast(const ForecastRequest& request) {
   try {
-    const ImportResult external = DocxReader::read(request.link.path, request.styleMap);
+    // As Update Link reads it: damaged notes are no deleted notes.
+    const ImportResult external =
+        DocxReader::read(request.link.path, request.styleMap, {}, DocxReader::DamagedNotes::fail);
     return forecastMerge(request.link, request.blocks, request.footnotes, external);
   } catch (...) {
     // A file that cannot be read has no forecast; its link shows as missing.

@@ -1,14 +1,18 @@
 // The link workflows of AppState: place, link to original, export, update
 // from the linked file, push to it, update all.
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
 #include <system_error>
 
 #include "app/app_state.h"
 #include "app/link_status.h"
+#include "importers/docx_error.h"
 #include "importers/docx_reader.h"
 #include "merge/merge_engine.h"
 #include "merge/note_alignment.h"
+#include "model/regular_file.h"
 #include "writer/docx_writer.h"
 #include "writer/text_writer.h"
 
@@ -37,6 +41,18 @@ bool hasDocxExtension(const fs::path& path) {
   return extension == ".docx";
 }
 
+// A linked file that is there but cannot be read (no permission, a FIFO or
+// device) is not written over unseen: the push fails and says why.
+void requireReadableOrAbsent(const fs::path& path) {
+  std::error_code error;
+  const int fd = openRegularFile(path, error);
+  if (fd >= 0) {
+    ::close(fd);
+  } else if (error != std::errc::no_such_file_or_directory) {
+    throw fs::filesystem_error("Cannot open the file", path, error);
+  }
+}
+
 template <typename T>
 void append(std::vector<T>& to, std::vector<T>&& from) {
   to.insert(to.end(), std::make_move_iterator(from.begin()), std::make_move_iterator(from.end()));
@@ -49,8 +65,19 @@ void AppState::place(const fs::path& chosen) {
   // A second "chapter" placed beside the first becomes "chapter 2".
   Story story{.name = unusedStoryName(path.stem().string())};
   std::optional<LinkStatusCache::LinkedRead> read;
+  bool damagedNotes = false;
   try {
-    read = statusCache_->read(story.id, path, document_.styleMap);
+    try {
+      read = statusCache_->read(story.id, path, document_.styleMap);
+    } catch (const DocxError&) {
+      // Placing takes what it can of a file whose notes part is damaged, as
+      // --dump does. That read is not the link's: nothing is remembered, and
+      // the link shows missing, as its status reads the file.
+      damagedNotes = true;
+      auto content = DocxReader::read(path, document_.styleMap);
+      const auto digest = linkDigest(content.blocks, content.footnotes);
+      read = LinkStatusCache::LinkedRead{.content = std::move(content), .digest = digest};
+    }
   } catch (const std::exception& error) {
     fail(error);
     return;
@@ -67,7 +94,7 @@ void AppState::place(const fs::path& chosen) {
   changeDocument();
   document_.stories.push_back(std::move(story));
   selectStory(id);
-  setStatus(id, LinkStatus::upToDate);
+  setStatus(id, damagedNotes ? LinkStatus::missing : LinkStatus::upToDate);
   bumpReloadToken();
 }
 
@@ -164,6 +191,7 @@ void AppState::updateLinkedDocument(const Uuid& storyID) {
   const bool text = story->link->kind == LinkKind::text;
   ImportResult written;
   try {
+    requireReadableOrAbsent(story->link->path);
     if (text) {
       TextWriter::write(story->blocks, story->link->path);
       // Plain text drops formatting and pictures; the base is what the file

@@ -12,6 +12,7 @@
 #include "model/document_file.h"
 #include "model/document_json.h"
 #include "model/json_writer.h"
+#include "model/regular_file.h"
 
 namespace inkharbour::cli {
 
@@ -83,8 +84,20 @@ Uuid resolveLinkedStory(const AppState& state, const DocumentRequest& request) {
   return id;
 }
 
-void open(AppState& state, const fs::path& document) {
+// Opens the document, and tells on `err` (so that JSON output stays one
+// value) of ids the file gave twice, which opening renewed.
+void open(AppState& state, const fs::path& document, std::ostream& err) {
   perform(state, [&] { state.openDocument(document); });
+  const auto& renewed = state.renewedIds();
+  for (const auto& id : renewed.stories) {
+    err << inQuotes(storyWithID(state, id).name) << " had the id of an earlier story in "
+        << document.string() << " and got a new one: " << id.string() << ".\n";
+  }
+  for (const auto& [id, count] : renewed.blocks) {
+    err << "In " << inQuotes(storyWithID(state, id).name) << ", " << counted(count, "block")
+        << (count == 1 ? " had the id of an earlier block and got a new one.\n"
+                       : " had the ids of earlier blocks and got new ones.\n");
+  }
 }
 
 // Saves, and tells of the links that the save points at their files' new
@@ -100,13 +113,20 @@ void save(AppState& state, const DocumentRequest& request, std::ostream& out) {
   }
 }
 
-// A path that names nothing is a typing mistake here, not a link to show as
-// missing.
+// A path that names nothing, or no regular file, is a mistake here, not a
+// link to show as missing.
 void requireFile(const fs::path& file) {
   std::error_code error;
-  if (!fs::exists(file, error)) {
+  const auto status = fs::status(file, error);
+  if (!fs::exists(status)) {
     throw Failure(describeError(fs::filesystem_error(
         "link", file, std::make_error_code(std::errc::no_such_file_or_directory))));
+  }
+  if (!fs::is_regular_file(status)) {
+    throw Failure(describeError(fs::filesystem_error(
+        "link", file,
+        fs::is_directory(status) ? std::make_error_code(std::errc::is_a_directory)
+                                 : make_error_code(FileError::notRegularFile))));
   }
 }
 
@@ -118,7 +138,8 @@ std::optional<LinkStatus> statusOf(const AppState& state, const Uuid& id) {
 
 // --- Commands that change the document ----------------------------------------
 
-int newDocument(AppState& state, const DocumentRequest& request, std::ostream& out) {
+int newDocument(AppState& state, const DocumentRequest& request, std::ostream& out,
+                std::ostream& err) {
   std::error_code error;
   if (fs::exists(request.document, error) && !request.force) {
     throw Failure(request.document.string() + " already exists; --force replaces it.");
@@ -129,7 +150,7 @@ int newDocument(AppState& state, const DocumentRequest& request, std::ostream& o
   } catch (const std::exception& failure) {
     throw Failure(describeError(failure));
   }
-  open(state, request.document);
+  open(state, request.document, err);
   out << "Created " << request.document.string() << ".\n";
   return 0;
 }
@@ -390,9 +411,12 @@ int stories(AppState& state, const DocumentRequest& request, std::ostream& out) 
   return 0;
 }
 
-int dispatch(AppState& state, const DocumentRequest& request, std::ostream& out) {
-  if (request.command == DocumentCommand::newDocument) return newDocument(state, request, out);
-  open(state, request.document);
+int dispatch(AppState& state, const DocumentRequest& request, std::ostream& out,
+             std::ostream& err) {
+  if (request.command == DocumentCommand::newDocument) {
+    return newDocument(state, request, out, err);
+  }
+  open(state, request.document, err);
   switch (request.command) {
     case DocumentCommand::newDocument:
       break;
@@ -434,7 +458,7 @@ int runDocumentCommand(AppState& state, const DocumentRequest& request, std::ost
                        std::ostream& err) {
   int status = 2;
   try {
-    status = dispatch(state, request, out);
+    status = dispatch(state, request, out, err);
   } catch (const std::exception& error) {
     err << describeError(error) << '\n';
     return 2;

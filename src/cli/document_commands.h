@@ -7,7 +7,8 @@
 // 0 success; 1 when the command ran but left something for the user to look
 // at (an update that made a conflict or a Story Note, a status with a link
 // modified or missing); 2 on an error, whose message goes to `err` as one
-// line: AppState's lastError text as it is, or the command's own.
+// line: AppState's lastError text as it is, or the command's own. Ids that
+// the document file gave twice, renewed on opening, are told on `err` too.
 #pragma once
 
 #include <filesystem>

@@ -1,5 +1,7 @@
 #include "importers/docx_error.h"
 
+#include "model/regular_file.h"
+
 namespace inkharbour {
 
 DocxError::DocxError(Kind kind, std::string payload, bool limit)
@@ -46,6 +48,15 @@ std::string describeError(const std::exception& error) {
   }
   if (code == std::errc::is_a_directory) {
     return file + " couldn\u2019t be opened because it is a folder.";
+  }
+  if (code == FileError::notRegularFile) {
+    return file +
+           " couldn\u2019t be opened because it is not a regular file but a pipe, a device "
+           "or a socket.";
+  }
+  if (code == FileError::folderMissing) {
+    return file + " couldn\u2019t be saved because the folder \u201c" +
+           fileError->path2().string() + "\u201d doesn\u2019t exist.";
   }
   return file + " couldn\u2019t be opened: " + code.message() + ".";
 }

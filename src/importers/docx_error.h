@@ -40,7 +40,8 @@ class DocxError : public std::exception {
 // The text shown to the user for a failed import or file operation: a
 // DocxError's own message, or for a file-system failure a sentence naming the
 // file ("The file “notes.txt” couldn’t be opened because there is no such
-// file.").
+// file."; for a FIFO or device, or a folder to save in that does not exist,
+// the FileError texts of model/regular_file.h).
 std::string describeError(const std::exception& error);
 
 }  // namespace inkharbour

@@ -37,20 +37,32 @@ Parser parseOptional(Package& package, std::string_view member, Parser parser) {
 
 std::vector<Footnote> readNotes(Package& package, std::string_view member,
                                 const StyleNames& styleNames, const StyleMap& styleMap,
-                                std::string_view element, std::int64_t idOffset) {
-  const auto bytes = package.readOptional(member);
-  if (!bytes) return {};
+                                std::string_view element, std::int64_t idOffset,
+                                DocxReader::DamagedNotes damaged) {
+  const bool strict = damaged == DocxReader::DamagedNotes::fail && package.has(member);
+  const auto bytes = strict ? package.read(member) : package.readOptional(member);
+  if (!bytes) {
+    // Listed but unreadable from its first byte (an unknown method, a
+    // damaged start): no value from read(), but no absent part either.
+    if (strict) throw DocxError::unzipFailed(std::string(member) + ": the part cannot be read");
+    return {};
+  }
   docx::NotesParser notes(styleNames, styleMap, package.budget(), std::string(member), element,
                           idOffset);
   XmlParser xml(notes);
   xml.feed(asText(*bytes), true);
+  if (strict && !xml.succeeded()) throw DocxError::parseFailed(std::string(member));
   return std::move(notes.footnotes());
 }
 
 ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMap,
-                      const ImportLimits& limits) {
+                      const ImportLimits& limits, DocxReader::DamagedNotes damagedNotes) {
   Package package(path, limits);
-  if (!package.has(kDocumentPart)) throw DocxError::missingEntry(std::string(kDocumentPart));
+  if (!package.has(kDocumentPart)) {
+    // A file that is gone or unreadable says so; one that opens is no package.
+    package.checkOpened();
+    throw DocxError::missingEntry(std::string(kDocumentPart));
+  }
 
   const StyleNames styleNames = parseOptional(package, "word/styles.xml", docx::StylesParser{}).map;
   const auto relationships =
@@ -71,8 +83,9 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
 
   ImportResult result{.blocks = std::move(body.blocks()), .footnotes = {}};
   result.footnotes =
-      readNotes(package, "word/footnotes.xml", styleNames, styleMap, "footnote", 0);
-  auto endnotes = readNotes(package, "word/endnotes.xml", styleNames, styleMap, "endnote", 10000);
+      readNotes(package, "word/footnotes.xml", styleNames, styleMap, "footnote", 0, damagedNotes);
+  auto endnotes =
+      readNotes(package, "word/endnotes.xml", styleNames, styleMap, "endnote", 10000, damagedNotes);
   for (auto& note : endnotes) result.footnotes.push_back(std::move(note));
   return result;
 }
@@ -94,15 +107,15 @@ std::vector<std::string> paragraphStyleNames(const std::filesystem::path& path) 
 }
 
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
-                  const ImportLimits& limits) {
-  return readAs(path, linkKind(path), styleMap, limits);
+                  const ImportLimits& limits, DamagedNotes damagedNotes) {
+  return readAs(path, linkKind(path), styleMap, limits, damagedNotes);
 }
 
 ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
-                    const ImportLimits& limits) {
+                    const ImportLimits& limits, DamagedNotes damagedNotes) {
   switch (kind) {
     case LinkKind::word:
-      return readDocx(path, styleMap, limits);
+      return readDocx(path, styleMap, limits, damagedNotes);
     case LinkKind::excel: {
       ImportResult result;
       result.blocks.push_back(Block{.id = Uuid::random(), .kind = XlsxReader::read(path, limits)});

@@ -14,6 +14,7 @@
 #include "importers/docx_error.h"
 #include "importers/parallel_deflate.h"
 #include "model/atomic_file.h"
+#include "model/regular_file.h"
 
 namespace inkharbour {
 
@@ -103,21 +104,22 @@ struct DeflatedSource {
 }  // namespace
 
 Package::Package(const std::filesystem::path& archive, const ImportLimits& limits)
-    : budget_(limits) {
+    : path_(archive), budget_(limits) {
   // A file that cannot be opened as an archive leaves archive_ null: every
-  // member then reads as absent. So does anything but a regular file, which
-  // is never read: opening without blocking means that a FIFO found where a
-  // package was (an open for reading would wait for its writer) cannot stall
-  // the caller.
-  const int fd = ::open(archive.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  // member then reads as absent. Only a regular file is opened, and without
+  // blocking, so that a FIFO found where a package was (an open for reading
+  // would wait for its writer) cannot stall the caller.
+  const int fd = openRegularFile(archive, openError_);
   if (fd < 0) return;
-  struct stat info {};
   int error = 0;
-  if (::fstat(fd, &info) == 0 && S_ISREG(info.st_mode)) {
-    archive_ = zip_fdopen(fd, ZIP_RDONLY, &error);
-  }
+  archive_ = zip_fdopen(fd, ZIP_RDONLY, &error);
   // On success the archive owns the descriptor.
   if (archive_ == nullptr) ::close(fd);
+}
+
+void Package::checkOpened() const {
+  if (!openError_) return;
+  throw std::filesystem::filesystem_error("Cannot open the file", path_, openError_);
 }
 
 Package::~Package() {

@@ -2,7 +2,8 @@
 // writing a new one. This is the one place that touches ZIP archives.
 //
 // A member that is absent, or a file that is no ZIP archive at all (missing,
-// truncated, an encrypted Office file), reads as no value; which members are
+// unreadable, truncated, an encrypted Office file), reads as no value
+// (openError() tells a file that could not be opened); which members are
 // required is the readers' decision. A member that fails after producing some
 // bytes (bad CRC, corrupt deflate data) is DocxError::unzipFailed.
 #pragma once
@@ -13,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "importers/import_limits.h"
@@ -33,6 +35,15 @@ class Package {
 
   // True when the file opened as a ZIP archive.
   bool opened() const { return archive_ != nullptr; }
+
+  // Why the file itself could not be opened: no such file, no permission,
+  // a folder, or no regular file (a FIFO, device or socket is never opened).
+  // None when it opened, or is a readable file that is no ZIP archive.
+  const std::error_code& openError() const { return openError_; }
+  // Throws std::filesystem::filesystem_error naming the file with
+  // openError(), when there is one: a reader reports that rather than a
+  // missing member.
+  void checkOpened() const;
 
   // The names of the archive's members in the order the archive lists them,
   // Windows separators turned into "/". Empty when it did not open.
@@ -61,6 +72,8 @@ class Package {
  private:
   std::int64_t locate(std::string_view member) const;
 
+  std::filesystem::path path_;
+  std::error_code openError_;
   zip* archive_ = nullptr;
   ImportBudget budget_;
   std::unique_ptr<char[]> buffer_;  // inflate buffer, shared by this package's reads

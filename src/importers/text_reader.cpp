@@ -12,6 +12,7 @@
 #include <system_error>
 
 #include "importers/docx_error.h"
+#include "model/regular_file.h"
 #include "model/text.h"
 
 namespace inkharbour::TextReader {
@@ -39,17 +40,21 @@ constexpr std::size_t kChunkSize = 1 << 20;
 // paragraphs made from it.
 class ChunkedFile {
  public:
-  // Opened without blocking: a FIFO found where a file was must not stall the
-  // caller waiting for a writer. Regular files ignore the flag; the first
-  // seek refuses a FIFO.
+  // Regular files only: a FIFO found where a file was would stall the
+  // caller waiting for a writer, and a device such as /dev/zero never ends.
   ChunkedFile(const std::filesystem::path& path, const ImportLimits& limits)
-      : path_(path), limits_(limits), fd_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
-    if (fd_ < 0) failErrno(path, errno);
+      : path_(path), limits_(limits), fd_(openRegularFile(path, openError_)) {
+    if (fd_ < 0) {
+      throw std::filesystem::filesystem_error("Cannot read the text file", path, openError_);
+    }
     struct stat info {};
-    if (::fstat(fd_, &info) != 0) failErrno(path, errno);
-    if (S_ISDIR(info.st_mode)) failErrno(path, EISDIR);
+    const int statError = ::fstat(fd_, &info) != 0 ? errno : 0;
     size_ = static_cast<std::uint64_t>(info.st_size);
-    if (size_ > limits.textBytes) tooLarge(path, limits);
+    if (statError != 0 || size_ > limits.textBytes) {
+      ::close(fd_);  // no destructor runs for a throwing constructor
+      if (statError != 0) failErrno(path, statError);
+      tooLarge(path, limits);
+    }
   }
   ~ChunkedFile() { ::close(fd_); }
   ChunkedFile(const ChunkedFile&) = delete;
@@ -80,6 +85,7 @@ class ChunkedFile {
  private:
   const std::filesystem::path& path_;
   const ImportLimits& limits_;
+  std::error_code openError_;
   int fd_;
   std::uint64_t size_ = 0;
   std::unique_ptr<char[]> buffer_{new char[kChunkSize]};

@@ -271,6 +271,7 @@ Table read(const std::filesystem::path& path, const ImportLimits& limits) {
     // Read sheet1 once more so that its own failure, if any, is reported.
     part = kFirstSheetPart;
     if (parseSheet(package, part, sharedStrings, rows, false) == Outcome::absent) {
+      package.checkOpened();  // a file gone or unreadable says so
       throw DocxError::missingEntry(part);
     }
   }

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstring>
@@ -16,6 +17,7 @@
 
 #include "model/base64.h"
 #include "model/document_file.h"
+#include "model/regular_file.h"
 
 namespace inkharbour::DocumentFile {
 
@@ -531,17 +533,29 @@ ProjectDocument decode(std::string_view json) {
 }
 
 ProjectDocument read(const std::filesystem::path& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) failToRead(path, errno);
+  // Regular files only: a FIFO would wait for a writer, /dev/zero never ends.
+  std::error_code openError;
+  const int fd = openRegularFile(path, openError);
+  if (fd < 0) throw std::filesystem::filesystem_error("Cannot read the file", path, openError);
   struct stat status {};
-  if (::fstat(fd, &status) != 0 || S_ISDIR(status.st_mode)) {
-    const int error = S_ISDIR(status.st_mode) ? EISDIR : errno;
+  if (::fstat(fd, &status) != 0) {
+    const int error = errno;
     ::close(fd);
     failToRead(path, error);
   }
   // Read straight into a padded buffer so that the parser needs no copy.
   std::size_t capacity = static_cast<std::size_t>(status.st_size);
+  auto tooLarge = [&] {
+    ::close(fd);
+    throw DocumentError(parseFailure(simdjson::CAPACITY));
+  };
+  auto noMemory = [&] {
+    ::close(fd);
+    throw DocumentError(parseFailure(simdjson::MEMALLOC));
+  };
+  if (capacity > simdjson::SIMDJSON_MAXSIZE_BYTES) tooLarge();
   simdjson::padded_string text(capacity);
+  if (text.data() == nullptr) noMemory();
   std::size_t size = 0;
   char probe[4096];
   for (;;) {
@@ -558,8 +572,13 @@ ProjectDocument read(const std::filesystem::path& path) {
     }
     if (n == 0) break;
     if (full) {
-      capacity = capacity * 2 + sizeof probe;
+      // A file that keeps growing past what the parser takes is refused
+      // rather than followed.
+      if (size + static_cast<std::size_t>(n) > simdjson::SIMDJSON_MAXSIZE_BYTES) tooLarge();
+      capacity =
+          std::min<std::size_t>(capacity * 2 + sizeof probe, simdjson::SIMDJSON_MAXSIZE_BYTES);
       simdjson::padded_string larger(capacity);
+      if (larger.data() == nullptr) noMemory();
       std::memcpy(larger.data(), text.data(), size);
       std::memcpy(larger.data() + size, probe, static_cast<std::size_t>(n));
       text.swap(larger);

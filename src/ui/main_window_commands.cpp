@@ -277,9 +277,16 @@ bool MainWindow::openDocumentFile(const QString& path) {
   rememberRecent(documentPath_);
   startHistory();
   autosave_->setDocumentPath(documentPath_);
-  changedOutsideHistory_ = recovered;
+  const auto& renewed = state_.renewedIds();
+  // Ids that the file gave twice were renewed on open: the file differs from the document now.
+  changedOutsideHistory_ = recovered || !renewed.empty();
   editorStory_.reset();  // a story of the same id in the new document is another story
   refreshNow();
+  if (!renewed.empty()) {
+    showMessage(tr("Some stories or blocks in “%1” had the id of another; each has an id of its "
+                   "own now, which saving keeps.")
+                    .arg(QFileInfo(absolute).fileName()));
+  }
   editor_->setFocus();
   editor_->moveCursor(QTextCursor::Start);
   return true;

@@ -799,6 +799,10 @@ constexpr std::string_view kBodyOpening = "<w:document><w:body>";
 void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footnotes,
             const std::filesystem::path& destination, const StyleMap& styleMap) {
   Package package(destination);
+  // A file that is there but cannot be read is not written over.
+  if (package.openError() && package.openError() != std::errc::no_such_file_or_directory) {
+    package.checkOpened();
+  }
   if (!package.opened() || !package.has(kDocumentPart)) {
     write(blocks, footnotes, destination);
     return;

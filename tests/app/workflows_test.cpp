@@ -54,6 +54,11 @@ std::string noSuchFile(const std::string& name) {
   return "The file \u201c" + name + "\u201d couldn\u2019t be opened because there is no such file.";
 }
 
+std::string noFolder(const std::string& name, const fs::path& folder) {
+  return "The file \u201c" + name + "\u201d couldn\u2019t be saved because the folder \u201c" +
+         folder.string() + "\u201d doesn\u2019t exist.";
+}
+
 TEST(Workflows, PlacedFilesBecomeLinkedStoriesAndPushOrExportMakeTheFileTheBase) {
   TempDir dir;
   writeDocx(dir / "Chapter One.docx", {"It begins."}, "A note.");
@@ -139,13 +144,14 @@ TEST(Workflows, AFailureLeavesTheDocumentAsItWasAndSaysWhy) {
       {[&] { app.updateLinkedDocument(stories[2].id); },
        "Excel links are one-way: spreadsheet data merges in, but stories are not pushed back to "
        ".xlsx."},
-      {[&] { app.updateLinkedDocument(stories[0].id); }, noSuchFile("story.docx")},
+      {[&] { app.updateLinkedDocument(stories[0].id); }, noFolder("story.docx", dir / "gone")},
       {[&] { app.exportStory(stories[2].id, dir / "missing" / "Chapter"); },
-       noSuchFile("Chapter.docx")},
+       noFolder("Chapter.docx", dir / "missing")},
       {[&] { app.openDocument(dir / "absent.inkharbour"); }, noSuchFile("absent.inkharbour")},
       {[&] { app.openDocument(dir / "empty.inkharbour"); },
        "The document could not be read: the file is empty."},
-      {[&] { app.saveDocument(dir / "missing" / "doc.inkharbour"); }, noSuchFile("doc.inkharbour")},
+      {[&] { app.saveDocument(dir / "missing" / "doc.inkharbour"); },
+       noFolder("doc.inkharbour", dir / "missing")},
   };
   for (const auto& [act, error] : cases) {
     app.clearLastError();

@@ -56,7 +56,8 @@ TEST(CommandLine, RunningAModeReturnsItsStatus) {
   EXPECT_EQ(runDeveloperMode({.mode = Mode::dump, .dumpPath = dir / "absent.docx"}), 1);
   EXPECT_EQ(::testing::internal::GetCapturedStdout(), "[Body] «one»\n");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-            "Archive is missing word/document.xml \u2014 not a valid file.\n");
+            "The file \u201cabsent.docx\u201d couldn\u2019t be opened because there is no such "
+            "file.\n");
   ::testing::internal::CaptureStdout();
   const auto status = runDeveloperMode({.mode = Mode::selftest});
   const std::string report = ::testing::internal::GetCapturedStdout();

@@ -86,7 +86,8 @@ TEST(MergeCommand, UnreadableInputOrWorkbookOutputIsAnErrorNamingTheFile) {
       merge({.base = dir / "a.txt", .local = dir / "missing.docx", .external = dir / "a.txt"});
   EXPECT_EQ(result.status, 2);
   EXPECT_EQ(result.err, (dir / "missing.docx").string() +
-                            ": Archive is missing word/document.xml \u2014 not a valid file.\n");
+                            ": The file \u201cmissing.docx\u201d couldn\u2019t be opened because "
+                            "there is no such file.\n");
   EXPECT_EQ(result.out, "");
   // Plain texts are merged as lines, and fail the same way.
   writeFile(dir / "bad.txt", "\xC0\xAF");

@@ -10,6 +10,7 @@
 #include <random>
 #include <thread>
 
+#include "model/atomic_file.h"
 #include "model/document_file.h"
 #include "support/fixtures.h"
 
@@ -109,6 +110,36 @@ TEST(AtomicSave, KilledSavesLeaveTheOldOrTheNewDocument) {
   std::printf("[          ] %d kills, %d of them while the file was written: the first document\n"
               "[          ] was left %d times, the second %d\n",
               kRounds, killedWhileWriting, seen[1], seen[2]);
+}
+
+// A write killed midway leaves its temporary; the next write to that target removes it, but
+// not the temporary of a write still under way, nor another file's. A name of 245 bytes still
+// leaves room for a temporary beside it.
+TEST(AtomicFile, TheNextWriteRemovesLeftoversOfKilledWritesOnly) {
+  for (const std::string& name : {std::string("notes.txt"), std::string(245, 'n')}) {
+    SCOPED_TRACE(name.size());
+    testing::TempDir dir;
+    const auto target = dir / name;
+    writeFileAtomically(target, "old");
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      AtomicFile file(target);
+      file.write("half");
+      _exit(0);  // as a kill would: no destructor runs, and the lock goes with the process
+    }
+    ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    testing::writeFile(dir / ".other.txt.tmp-abc123", "someone else's");
+    EXPECT_EQ(temporaryFiles(dir.path()), 2u);
+    AtomicFile live(target);
+    live.write("new");
+    EXPECT_EQ(temporaryFiles(dir.path()), 2u) << "the leftover went, the live one came";
+    writeFileAtomically(target, "newer");
+    EXPECT_EQ(temporaryFiles(dir.path()), 2u) << "the live temporary and the other file's stay";
+    live.commit();
+    EXPECT_EQ(testing::readFile(target), "new");
+    EXPECT_EQ(temporaryFiles(dir.path()), 1u);
+  }
 }
 
 }  // namespace
