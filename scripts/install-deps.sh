@@ -13,6 +13,8 @@ packages=(
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libgl-dev  # the window (Qt 6 Widgets)
   fonts-dejavu-core  # a bare machine has no font to show text with
   xvfb xauth xdotool imagemagick  # make run without a display, scripts/screenshots.sh
+  clang libclang-rt-14-dev  # make fuzz: libFuzzer and the sanitizers' runtimes
+  libreoffice-writer-nogui  # the co-author's office program in the "libreoffice" tests
 )
 
 missing=()

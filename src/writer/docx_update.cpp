@@ -353,6 +353,21 @@ class DocumentRewrite {
     same_[a] = same;
   }
 
+  // True when old block `i` and story block `j` differ because a block was
+  // inserted or deleted next to them (in the walk's direction), not edited:
+  // then the text matching decides, and no paragraph is taken for another.
+  bool insertionOrDeletion(std::size_t i, std::size_t j, int step) const {
+    const auto& old = layout_.blocks;
+    const auto next = [](std::size_t k, int by, std::size_t size) {
+      return by > 0 ? (k + 1 < size ? std::optional(k + 1) : std::nullopt)
+                    : (k > 0 ? std::optional(k - 1) : std::nullopt);
+    };
+    const auto nextOld = next(i, step, old.size());
+    const auto nextStory = next(j, step, story_.size());
+    return (nextStory && old[i].kind == story_[*nextStory].kind) ||
+           (nextOld && old[*nextOld].kind == story_[j].kind);
+  }
+
   // Pairs the file's blocks with the story's. Edits in place are found by
   // walking from the start and from the end; between the first insertion
   // or deletion and the last, blocks are matched by their text as the
@@ -366,9 +381,10 @@ class DocumentRewrite {
     while (i < old.size() && j < story_.size()) {
       if (old[i].kind == story_[j].kind) {
         pair(i++, j++, true);
-      } else if ((i + 1 == old.size() && j + 1 == story_.size()) ||
-                 (i + 1 < old.size() && j + 1 < story_.size() &&
-                  old[i + 1].kind == story_[j + 1].kind)) {
+      } else if (!insertionOrDeletion(i, j, +1) &&
+                 ((i + 1 == old.size() && j + 1 == story_.size()) ||
+                  (i + 1 < old.size() && j + 1 < story_.size() &&
+                   old[i + 1].kind == story_[j + 1].kind))) {
         pair(i++, j++, false);  // one block edited
       } else {
         break;
@@ -379,7 +395,8 @@ class DocumentRewrite {
     while (n > i && m > j) {
       if (old[n - 1].kind == story_[m - 1].kind) {
         pair(--n, --m, true);
-      } else if (n - 1 > i && m - 1 > j && old[n - 2].kind == story_[m - 2].kind) {
+      } else if (!insertionOrDeletion(n - 1, m - 1, -1) && n - 1 > i && m - 1 > j &&
+                 old[n - 2].kind == story_[m - 2].kind) {
         pair(--n, --m, false);
       } else {
         break;
@@ -396,7 +413,8 @@ class DocumentRewrite {
     for (std::size_t e = 0; e < layout_.elements.size(); ++e) {
       const auto& element = layout_.elements[e];
       for (std::size_t k = 0; k < element.blockCount; ++k) elementOfBlock_[element.firstBlock + k] = e;
-      if (simpleParagraph(e)) {
+      // A framed paragraph (a drop cap) lends its look to nobody.
+      if (simpleParagraph(e) && bytesOf(e).find("framePr") == std::string_view::npos) {
         const auto& paragraph = std::get<Paragraph>(layout_.blocks[element.firstBlock].kind);
         byStyle_[paragraph.styleName].push_back(e);
       }
@@ -432,8 +450,8 @@ class DocumentRewrite {
 
   // Writes story blocks [from, to) in place of the gap's old elements. The
   // elements without blocks (bookmarks, the final section properties) stay:
-  // those after the gap's last paragraph or table after the new blocks, the
-  // others before them.
+  // those before the gap's last paragraph or table before the new blocks,
+  // the others after them, so the section properties stay last.
   void writeGap(std::string& out, const std::vector<std::size_t>& gap, std::size_t from,
                 std::size_t to, std::size_t& previousEnd) {
     const bool onlyMarks = std::all_of(gap.begin(), gap.end(), [&](std::size_t e) {
@@ -467,7 +485,7 @@ class DocumentRewrite {
     }
     for (std::size_t i = 0; i < gap.size(); ++i) {
       const auto& element = layout_.elements[gap[i]];
-      if (element.blockCount == 0 && (lastBearing == gap.size() || i < lastBearing)) {
+      if (element.blockCount == 0 && lastBearing != gap.size() && i < lastBearing) {
         out += xml_.substr(element.span.start, element.span.size());
       }
     }
@@ -483,7 +501,7 @@ class DocumentRewrite {
     }
     for (std::size_t i = 0; i < gap.size(); ++i) {
       const auto& element = layout_.elements[gap[i]];
-      if (element.blockCount == 0 && lastBearing != gap.size() && i > lastBearing) {
+      if (element.blockCount == 0 && (lastBearing == gap.size() || i > lastBearing)) {
         out += xml_.substr(element.span.start, element.span.size());
       }
     }

@@ -106,7 +106,8 @@ std::string paragraphProperties(const OldParagraph* old, const std::string& styl
   for (const int index : root.children) {
     const auto& node = fragment->node(index);
     if (restyle && node.name == "pStyle") continue;
-    if (kinship == Kinship::neighbour && (node.name == "sectPr" || node.name == "pPrChange")) {
+    if (kinship == Kinship::neighbour &&
+        (node.name == "sectPr" || node.name == "pPrChange" || node.name == "framePr")) {
       continue;
     }
     inner += fragment->bytes(node);
@@ -257,10 +258,10 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
                fragment->holds(node, "br")) {
       if (!firstText) firstText = node.start;
       old.looks.push_back({view.formatOf(runProperties), std::string(runProperties)});
-    } else if (!fragment->holds(node, "drawing") && !fragment->holds(node, "pict") &&
-               !fragment->holds(node, "object")) {
-      // Field codes, comment references and the like: no text, but they
-      // hold the paragraph's ties to the rest of the document.
+    } else if (!fragment->holds(node, "blip") && !fragment->holds(node, "txbxContent")) {
+      // Field codes, comment references, charts, shapes and the like: no
+      // text and no picture for the reader (those are blocks of their own),
+      // but they hold the paragraph's ties to the rest of the document.
       kept.emplace_back(node.start, fragment->bytes(node));
     }
   }
