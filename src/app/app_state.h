@@ -265,6 +265,9 @@ class AppState {
   // Points a link whose file is gone at the file found beside the moved
   // document, if there is one; true when it did.
   bool findMovedFile(Story& story);
+  // True when the document with `story` added would still make a file that
+  // can be opened again (DocumentFile::kMaxBytes).
+  bool fitsInDocumentFile(Story& story);
   void willChange();
   void changeDocument();  // willChange() for a change of the document itself
   void setStatus(const Uuid& storyID, LinkStatus status);

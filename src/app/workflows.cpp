@@ -12,6 +12,8 @@
 #include "importers/docx_reader.h"
 #include "merge/merge_engine.h"
 #include "merge/note_alignment.h"
+#include "model/document_file.h"
+#include "model/document_json.h"
 #include "model/regular_file.h"
 #include "writer/docx_writer.h"
 #include "writer/text_writer.h"
@@ -60,6 +62,16 @@ void append(std::vector<T>& to, std::vector<T>&& from) {
 
 }  // namespace
 
+bool AppState::fitsInDocumentFile(Story& story) {
+  // Counted with the story in its place, indented as it would be saved, and
+  // taken out again before anyone is told of a change.
+  document_.stories.push_back(std::move(story));
+  const bool fits = DocumentJson::leastSize(document_) <= DocumentFile::kMaxBytes;
+  story = std::move(document_.stories.back());
+  document_.stories.pop_back();
+  return fits;
+}
+
 void AppState::place(const fs::path& chosen) {
   const fs::path path = absolutePath(chosen);
   // A second "chapter" placed beside the first becomes "chapter 2".
@@ -90,6 +102,13 @@ void AppState::place(const fs::path& chosen) {
                          .baseFootnotes = std::move(read->content.footnotes),
                          .lastSync = now()};
   const Uuid id = story.id;
+  if (!fitsInDocumentFile(story)) {
+    statusCache_->forget(id);
+    failWith("\u201c" + path.filename().string() +
+             "\u201d cannot be placed: the document file would be larger than 4 GiB, the most "
+             "that can be opened again.");
+    return;
+  }
   statusCache_->setBase(id, read->digest);
   changeDocument();
   document_.stories.push_back(std::move(story));

@@ -28,9 +28,10 @@ QString hexDigest(QByteArrayView bytes) {
   return QString::fromLatin1(QCryptographicHash::hash(bytes, QCryptographicHash::Sha1).toHex());
 }
 
-QByteArray bytesOf(const Data& data) {
-  return QByteArray(reinterpret_cast<const char*>(data.data()),
-                    static_cast<qsizetype>(data.size()));
+// The picture's bytes seen without a copy; valid while the picture lives.
+QByteArray viewOf(const SharedBytes& data) {
+  return QByteArray::fromRawData(reinterpret_cast<const char*>(data.data()),
+                                 static_cast<qsizetype>(data.size()));
 }
 
 QString plural(qsizetype count, const char* one, const char* many) {
@@ -74,7 +75,7 @@ QSize shownSize(QSize natural) {
 // first painted); others as a placeholder image naming the file.
 std::pair<QString, QSize> addPicture(QTextDocument& document, const ImageBlock& picture,
                                      Registered& registered) {
-  const QByteArray bytes = bytesOf(picture.data);
+  const QByteArray bytes = viewOf(picture.data);
   const QString name = QStringLiteral("inkharbour-image:") + hexDigest(bytes);
   QBuffer buffer;
   buffer.setData(bytes);
@@ -86,7 +87,8 @@ std::pair<QString, QSize> addPicture(QTextDocument& document, const ImageBlock& 
     registered.insert(name);
     document.addResource(
         QTextDocument::ImageResource, QUrl(name),
-        decodable ? QVariant(bytes) : QVariant(placeholder(QString::fromStdString(picture.name))));
+        decodable ? QVariant(QByteArray(bytes.constData(), bytes.size()))  // the document's own
+                  : QVariant(placeholder(QString::fromStdString(picture.name))));
   }
   return {name, decodable ? size : kUndecodableSize};
 }

@@ -126,7 +126,7 @@ std::optional<ImageBlock> loadImage(Package& package, const Relationships& relat
                                     std::string_view relationshipID) {
   const auto found = relationships.find(relationshipID);
   if (found == relationships.end()) return std::nullopt;
-  auto bytes = package.readOptional(memberOfTarget(found->second));
+  auto bytes = package.readPicture(memberOfTarget(found->second));
   if (!bytes) return std::nullopt;
   return ImageBlock{.data = std::move(*bytes), .name = lastPathComponent(found->second)};
 }
@@ -357,6 +357,7 @@ void BodyParser::finishParagraph() {
   auto runs = mergeAdjacentRuns(currentRuns_);
   budget_.addText(member_, textSize(runs));
   budget_.addItems(member_, 1 + runs.size());
+  budget_.addParagraphs(member_, 1);
   Paragraph paragraph{.styleName = std::string(currentStyle_), .runs = std::move(runs)};
 
   if (!tableStack_.empty()) {

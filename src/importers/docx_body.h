@@ -68,7 +68,8 @@ std::string memberOfTarget(std::string_view target);
 
 // The picture a relationship of the main document points at, named after
 // the target's last path component; no value when the relationship or its
-// member is absent or unreadable.
+// member is absent or unreadable. Pictures referenced again share the bytes
+// read the first time (Package::readPicture).
 std::optional<ImageBlock> loadImage(Package& package, const Relationships& relationships,
                                     std::string_view relationshipID);
 

@@ -40,6 +40,18 @@ void ImportBudget::itemsExceeded(std::string_view member) const {
                        " paragraphs, runs and cells, the limit for one import");
 }
 
+void ImportBudget::paragraphsExceeded(std::string_view member) const {
+  exceeded(member, "more than " + std::to_string(limits_.paragraphs) +
+                       " paragraphs, the limit for one import");
+}
+
+void ImportBudget::addPicture(std::string_view member, std::uint64_t bytes) {
+  if (__builtin_add_overflow(pictures_, bytes, &pictures_) || pictures_ > limits_.pictureBytes) {
+    exceeded(member, "the imported pictures exceed " + describeBytes(limits_.pictureBytes) +
+                         ", the limit for one import");
+  }
+}
+
 void ImportBudget::checkTableDepth(std::string_view member, std::uint64_t depth) const {
   if (depth > limits_.tableDepth) {
     exceeded(member, "tables nested more than " + std::to_string(limits_.tableDepth) +

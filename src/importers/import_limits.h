@@ -21,6 +21,14 @@ struct ImportLimits {
   std::uint64_t textBytes = 512ull << 20;     // text of all paragraphs and cells built
   std::uint64_t items = 8ull << 20;           // blocks, runs, cells and paragraphs built
   std::uint64_t tableDepth = 64;              // tables open inside one another
+  // Picture bytes, counted per reference: each one is stored in the
+  // document file on its own, so a picture referenced a thousand times
+  // weighs a thousand pictures there, though in memory it is held once.
+  std::uint64_t pictureBytes = 1ull << 30;
+  // Paragraphs built, in the body, table cells and notes. With the story's
+  // base snapshot a paragraph is stored twice in the document file, which
+  // can hold at most 4 GiB; two million empty ones take about 1 GiB.
+  std::uint64_t paragraphs = 2ull << 20;
 };
 
 // What one import has used so far. Each add throws DocxError::limitExceeded,
@@ -42,16 +50,26 @@ class ImportBudget {
       itemsExceeded(member);
     }
   }
+  void addParagraphs(std::string_view member, std::uint64_t count) {
+    if (__builtin_add_overflow(paragraphs_, count, &paragraphs_) ||
+        paragraphs_ > limits_.paragraphs) {
+      paragraphsExceeded(member);
+    }
+  }
+  void addPicture(std::string_view member, std::uint64_t bytes);
   void checkTableDepth(std::string_view member, std::uint64_t depth) const;
 
  private:
   [[noreturn]] void textExceeded(std::string_view member) const;
   [[noreturn]] void itemsExceeded(std::string_view member) const;
+  [[noreturn]] void paragraphsExceeded(std::string_view member) const;
 
   ImportLimits limits_;
   std::uint64_t inflated_ = 0;
   std::uint64_t text_ = 0;
   std::uint64_t items_ = 0;
+  std::uint64_t paragraphs_ = 0;
+  std::uint64_t pictures_ = 0;
 };
 
 // "512 MiB", "2 GiB", "300 bytes": a limit as the messages state it.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -103,6 +104,71 @@ struct DeflatedSource {
 
 }  // namespace
 
+// The archive's file as libzip reads it, counting the bytes read: what a
+// member has inflated from is what libzip read while inflating it, whatever
+// the central directory claims about its compressed size.
+struct Package::CountingSource {
+  int fd = -1;
+  std::uint64_t size = 0;
+  std::uint64_t offset = 0;
+  std::uint64_t bytesRead = 0;
+  zip_error_t error{};
+
+  static zip_int64_t callback(void* state, void* data, zip_uint64_t length,
+                              zip_source_cmd_t command) {
+    auto* self = static_cast<CountingSource*>(state);
+    switch (command) {
+      case ZIP_SOURCE_OPEN:
+        self->offset = 0;
+        return 0;
+      case ZIP_SOURCE_READ: {
+        const auto wanted = static_cast<std::size_t>(
+            std::min<std::uint64_t>(length, self->size - std::min(self->offset, self->size)));
+        ssize_t n;
+        do {
+          n = ::pread(self->fd, data, wanted, static_cast<off_t>(self->offset));
+        } while (n < 0 && errno == EINTR);
+        if (n < 0) {
+          zip_error_set(&self->error, ZIP_ER_READ, errno);
+          return -1;
+        }
+        self->offset += static_cast<std::uint64_t>(n);
+        self->bytesRead += static_cast<std::uint64_t>(n);
+        return n;
+      }
+      case ZIP_SOURCE_CLOSE:
+        return 0;
+      case ZIP_SOURCE_SEEK: {
+        const zip_int64_t to =
+            zip_source_seek_compute_offset(self->offset, self->size, data, length, &self->error);
+        if (to < 0) return -1;
+        self->offset = static_cast<std::uint64_t>(to);
+        return 0;
+      }
+      case ZIP_SOURCE_TELL:
+        return static_cast<zip_int64_t>(self->offset);
+      case ZIP_SOURCE_STAT: {
+        auto* stat = static_cast<zip_stat_t*>(data);
+        zip_stat_init(stat);
+        stat->valid = ZIP_STAT_SIZE;
+        stat->size = self->size;
+        return sizeof(zip_stat_t);
+      }
+      case ZIP_SOURCE_ERROR:
+        return zip_error_to_data(&self->error, data, length);
+      case ZIP_SOURCE_FREE:
+        ::close(self->fd);
+        delete self;
+        return 0;
+      case ZIP_SOURCE_SUPPORTS:
+        return ZIP_SOURCE_SUPPORTS_SEEKABLE;
+      default:
+        zip_error_set(&self->error, ZIP_ER_OPNOTSUPP, 0);
+        return -1;
+    }
+  }
+};
+
 Package::Package(const std::filesystem::path& archive, const ImportLimits& limits)
     : path_(archive), budget_(limits) {
   // A file that cannot be opened as an archive leaves archive_ null: every
@@ -111,10 +177,27 @@ Package::Package(const std::filesystem::path& archive, const ImportLimits& limit
   // would wait for its writer) cannot stall the caller.
   const int fd = openRegularFile(archive, openError_);
   if (fd < 0) return;
-  int error = 0;
-  archive_ = zip_fdopen(fd, ZIP_RDONLY, &error);
-  // On success the archive owns the descriptor.
-  if (archive_ == nullptr) ::close(fd);
+  struct stat status {};
+  if (::fstat(fd, &status) != 0) {
+    ::close(fd);
+    return;
+  }
+  auto* source = new CountingSource{.fd = fd, .size = static_cast<std::uint64_t>(status.st_size)};
+  zip_error_init(&source->error);
+  zip_source_t* zipSource = zip_source_function_create(&CountingSource::callback, source, nullptr);
+  if (zipSource == nullptr) {
+    ::close(fd);
+    delete source;
+    return;
+  }
+  // From here the libzip source owns the descriptor and the counter; on
+  // success the archive owns the source.
+  archive_ = zip_open_from_source(zipSource, ZIP_RDONLY, nullptr);
+  if (archive_ == nullptr) {
+    zip_source_free(zipSource);
+    return;
+  }
+  source_ = source;
 }
 
 void Package::checkOpened() const {
@@ -173,14 +256,19 @@ bool Package::stream(std::string_view member,
   const bool knowsCompressedSize =
       zip_stat_index(archive_, static_cast<zip_uint64_t>(index), 0, &stat) == 0 &&
       (stat.valid & ZIP_STAT_COMP_SIZE) != 0;
-  // Past this many inflated bytes the member compresses suspiciously well.
-  std::uint64_t ratioLimit = std::numeric_limits<std::uint64_t>::max();
-  std::uint64_t scaled = 0;
-  if (knowsCompressedSize &&
-      !__builtin_mul_overflow(static_cast<std::uint64_t>(stat.comp_size), limits.compressionRatio,
-                              &scaled)) {
-    ratioLimit = std::max(scaled, limits.ratioCheckAfter);
-  }
+  // The member has inflated from no more than libzip read since it opened
+  // the member, nor more than the central directory declares. A directory
+  // that overstates the size therefore cannot lift the ratio limit.
+  const std::uint64_t readBefore = source_->bytesRead;
+  const auto ratioLimit = [&] {
+    std::uint64_t compressed = source_->bytesRead - readBefore;
+    if (knowsCompressedSize) compressed = std::min<std::uint64_t>(compressed, stat.comp_size);
+    std::uint64_t scaled = 0;
+    if (__builtin_mul_overflow(compressed, limits.compressionRatio, &scaled)) {
+      scaled = std::numeric_limits<std::uint64_t>::max();
+    }
+    return std::max(scaled, limits.ratioCheckAfter);
+  };
   if (!buffer_) buffer_.reset(new char[kChunkSize]);
   char* buffer = buffer_.get();
   std::uint64_t delivered = 0;
@@ -196,7 +284,8 @@ bool Package::stream(std::string_view member,
       throw DocxError::limitExceeded(name + " inflates to more than " +
                                      describeBytes(memberLimit) + ", the limit for one member");
     }
-    if (delivered + count > ratioLimit) {
+    // Past this many inflated bytes the member compresses suspiciously well.
+    if (delivered + count > ratioLimit()) {
       throw DocxError::limitExceeded(name + " inflates to more than " +
                                      std::to_string(limits.compressionRatio) +
                                      " times its compressed size, the limit for one member");
@@ -211,6 +300,23 @@ bool Package::stream(std::string_view member,
 
 std::optional<Data> Package::read(std::string_view member) {
   Data bytes;
+  // Reserved at the declared size, so that a large picture is not copied as
+  // the buffer grows; no more than the limits let the member inflate to, so
+  // that a lie costs little address space and no memory.
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  if (const auto index = locate(member);
+      index >= 0 && zip_stat_index(archive_, static_cast<zip_uint64_t>(index), 0, &stat) == 0 &&
+      (stat.valid & ZIP_STAT_SIZE) != 0) {
+    const auto& limits = budget_.limits();
+    std::uint64_t byRatio = 0;
+    if (__builtin_mul_overflow(source_->size, limits.compressionRatio, &byRatio)) {
+      byRatio = std::numeric_limits<std::uint64_t>::max();
+    }
+    bytes.reserve(static_cast<std::size_t>(std::min(
+        {static_cast<std::uint64_t>(stat.size), limits.memberBytes,
+         std::max(byRatio, limits.ratioCheckAfter)})));
+  }
   const bool present = stream(member, [&](std::string_view chunk) {
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
   });
@@ -225,6 +331,17 @@ std::optional<Data> Package::readOptional(std::string_view member) {
     if (error.isLimit()) throw;
     return std::nullopt;
   }
+}
+
+std::optional<SharedBytes> Package::readPicture(std::string_view member) {
+  auto found = pictures_.find(member);
+  if (found == pictures_.end()) {
+    std::optional<SharedBytes> picture;
+    if (auto bytes = readOptional(member)) picture = std::move(*bytes);
+    found = pictures_.emplace(std::string(member), std::move(picture)).first;
+  }
+  if (found->second) budget_.addPicture(member, found->second->size());
+  return found->second;
 }
 
 namespace ZipTool {

@@ -10,8 +10,10 @@
 
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -62,6 +64,12 @@ class Package {
   // optional part does. A safety limit still throws: it stops the import.
   std::optional<Data> readOptional(std::string_view member);
 
+  // A picture's bytes as readOptional() gives them, inflated once per
+  // package: every later call for the same member shares that buffer. Each
+  // call counts the bytes against the import's picture limit, for each
+  // reference is a picture of its own in the story and the document file.
+  std::optional<SharedBytes> readPicture(std::string_view member);
+
   // Hands the member's bytes to `sink` in chunks, in order. Returns false
   // when the member is absent, in which case `sink` was never called. Throws
   // as read() does; a throw from `sink` stops the stream and propagates.
@@ -70,17 +78,21 @@ class Package {
   ImportBudget& budget() { return budget_; }
 
  private:
+  struct CountingSource;
+
   std::int64_t locate(std::string_view member) const;
 
   std::filesystem::path path_;
   std::error_code openError_;
   zip* archive_ = nullptr;
+  CountingSource* source_ = nullptr;  // the archive's file, owned by archive_
   ImportBudget budget_;
   std::unique_ptr<char[]> buffer_;  // inflate buffer, shared by this package's reads
+  std::map<std::string, std::optional<SharedBytes>, std::less<>> pictures_;  // by member
 };
 
 // A member's bytes seen as text, for the XML parser.
-inline std::string_view asText(const Data& bytes) {
+inline std::string_view asText(std::span<const std::uint8_t> bytes) {
   return std::string_view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
 }
 

@@ -91,12 +91,13 @@ class ChunkedFile {
   std::unique_ptr<char[]> buffer_{new char[kChunkSize]};
 };
 
+// Every line is a paragraph, and an item.
 void checkLineCount(const std::filesystem::path& path, std::uint64_t lines,
                     const ImportLimits& limits) {
-  if (lines > limits.items) {
+  const auto limit = std::min(limits.items, limits.paragraphs);
+  if (lines > limit) {
     throw DocxError::parseFailed(path.filename().string() + ": more than " +
-                                 std::to_string(limits.items) +
-                                 " paragraphs, the limit for one import");
+                                 std::to_string(limit) + " paragraphs, the limit for one import");
   }
 }
 

@@ -115,6 +115,7 @@ class SheetParser final : public XmlHandler {
       std::string text = cellText();
       padTo(currentColumn_);
       budget_.addItems(member_, 1);
+      budget_.addParagraphs(member_, 1);  // a cell holds one paragraph
       budget_.addText(member_, text.size());
       row().push_back(cellOf(std::move(text)));
     } else if (name == "row") {
@@ -151,6 +152,7 @@ class SheetParser final : public XmlHandler {
     const auto target = static_cast<std::uint64_t>(column);
     if (target <= cells.size()) return;
     budget_.addItems(member_, target - cells.size());
+    budget_.addParagraphs(member_, target - cells.size());
     cells.resize(target, cellOf({}));
   }
 
@@ -289,6 +291,7 @@ Table read(const std::filesystem::path& path, const ImportLimits& limits) {
     cells = std::numeric_limits<std::uint64_t>::max();
   }
   package.budget().addItems(part, cells - parsedCells);
+  package.budget().addParagraphs(part, cells - parsedCells);
 
   Table table;
   table.rows = std::move(parsedRows);

@@ -5,6 +5,7 @@
 #include <array>
 #include <bit>
 #include <random>
+#include <span>
 #include <string_view>
 
 namespace inkharbour::MergeEngine {
@@ -22,7 +23,7 @@ std::string hex(const unsigned char* bytes, std::size_t count) {
   return out;
 }
 
-std::string sha256Hex(const Data& data) {
+std::string sha256Hex(std::span<const std::uint8_t> data) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned int length = 0;
   if (EVP_Digest(data.data(), data.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1) {

@@ -13,6 +13,7 @@
 #include <simdjson.h>
 #include <string>
 #include <system_error>
+#include <unordered_map>
 #include <vector>
 
 #include "model/base64.h"
@@ -25,6 +26,8 @@ namespace {
 
 namespace dom = simdjson::dom;
 using Type = dom::element_type;
+
+static_assert(kMaxBytes == simdjson::SIMDJSON_MAXSIZE_BYTES);
 
 constexpr std::string_view kKindMessage = "Invalid number of keys found, expected one.";
 
@@ -406,9 +409,7 @@ class Decoder {
     bool hasData = false, hasName = false;
     for (const auto [key, member] : members) {
       if (key == "data") {
-        auto bytes = decodeBase64(string(member, key));
-        if (!bytes) fail("is not valid base64", key);
-        image.data = std::move(*bytes);
+        image.data = picture(string(member, key), key);
         hasData = true;
       } else if (key == "name") {
         image.name = string(member, key);
@@ -418,6 +419,18 @@ class Decoder {
     if (!hasData) missing("data");
     if (!hasName) missing("name");
     return image;
+  }
+
+  // Equal pictures (a story's and its base snapshot's, one placed many
+  // times) are decoded once and share their bytes.
+  SharedBytes picture(std::string_view base64, std::string_view key) {
+    const auto [found, fresh] = pictures_.try_emplace(base64);
+    if (fresh) {
+      auto bytes = decodeBase64(base64);
+      if (!bytes) fail("is not valid base64", key);
+      found->second = std::move(*bytes);
+    }
+    return found->second;
   }
 
   Footnote footnote(dom::element value) {
@@ -497,6 +510,8 @@ class Decoder {
   }
 
   std::vector<Step> path_;
+  // By their text, which lives as long as the parsed tree.
+  std::unordered_map<std::string_view, SharedBytes> pictures_;
 };
 
 std::string parseFailure(simdjson::error_code error) {
@@ -553,7 +568,7 @@ ProjectDocument read(const std::filesystem::path& path) {
     ::close(fd);
     throw DocumentError(parseFailure(simdjson::MEMALLOC));
   };
-  if (capacity > simdjson::SIMDJSON_MAXSIZE_BYTES) tooLarge();
+  if (capacity > kMaxBytes) tooLarge();
   simdjson::padded_string text(capacity);
   if (text.data() == nullptr) noMemory();
   std::size_t size = 0;
@@ -574,9 +589,8 @@ ProjectDocument read(const std::filesystem::path& path) {
     if (full) {
       // A file that keeps growing past what the parser takes is refused
       // rather than followed.
-      if (size + static_cast<std::size_t>(n) > simdjson::SIMDJSON_MAXSIZE_BYTES) tooLarge();
-      capacity =
-          std::min<std::size_t>(capacity * 2 + sizeof probe, simdjson::SIMDJSON_MAXSIZE_BYTES);
+      if (size + static_cast<std::size_t>(n) > kMaxBytes) tooLarge();
+      capacity = std::min<std::size_t>(capacity * 2 + sizeof probe, kMaxBytes);
       simdjson::padded_string larger(capacity);
       if (larger.data() == nullptr) noMemory();
       std::memcpy(larger.data(), text.data(), size);
@@ -587,7 +601,12 @@ ProjectDocument read(const std::filesystem::path& path) {
   }
   ::close(fd);
   dom::parser parser;
-  return decodeParsed(parser.parse(text.data(), size, false));
+  const auto parsed = parser.parse(text.data(), size, false);
+  // The tree holds its own copies of the strings, so the file's text goes
+  // before the tree is walked: with large pictures, the text, the tree's
+  // copy and the decoded bytes would otherwise all be held at once.
+  simdjson::padded_string().swap(text);
+  return decodeParsed(parsed);
 }
 
 }  // namespace inkharbour::DocumentFile

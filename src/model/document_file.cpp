@@ -9,10 +9,24 @@ namespace inkharbour::DocumentFile {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+[[noreturn]] void tooLarge() {
+  throw DocumentError(
+      "The document cannot be saved: its file would be larger than 4 GiB, the most that can be "
+      "opened again.");
+}
+
+}  // namespace
+
 std::string encode(const ProjectDocument& document) {
+  // Counting first spares building gigabytes of text only to refuse them.
+  const std::size_t least = DocumentJson::leastSize(document);
+  if (least > kMaxBytes) tooLarge();
   JsonWriter json;
-  json.reserve(DocumentJson::sizeHint(document));
+  json.reserve(DocumentJson::sizeHint(least));
   DocumentJson::write(json, document);
+  if (json.text().size() > kMaxBytes) tooLarge();
   return json.take();
 }
 

@@ -4,6 +4,7 @@
 // "baseSnapshot", runs with fewer flags, links without a kind) still read.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -21,8 +22,13 @@ class DocumentError : public std::runtime_error {
 
 namespace DocumentFile {
 
+// The largest document file that can be read back: the JSON parser's limit.
+inline constexpr std::uint64_t kMaxBytes = 0xFFFFFFFF;
+
 // The file's bytes for `document`. The same document always gives the same
-// bytes.
+// bytes. Throws DocumentError when they would be more than kMaxBytes, a file
+// that could not be opened again; a document that certainly would be is
+// refused before any of it is encoded.
 std::string encode(const ProjectDocument& document);
 
 // The document held by `json`. Throws DocumentError for malformed JSON, a
@@ -37,6 +43,7 @@ ProjectDocument read(const std::filesystem::path& path);
 
 // Encodes the document and replaces the file atomically, keeping its
 // permissions: a failed save leaves the old file byte-identical. Throws
+// DocumentError as encode() does, before the file is touched, or
 // std::filesystem::filesystem_error.
 void write(const ProjectDocument& document, const std::filesystem::path& path);
 

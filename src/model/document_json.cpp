@@ -1,10 +1,10 @@
 #include "model/document_json.h"
 
 #include <charconv>
+#include <cmath>
 #include <string>
 #include <type_traits>
 
-#include "model/base64.h"
 
 namespace inkharbour::DocumentJson {
 
@@ -14,7 +14,7 @@ namespace {
 // way, without writing it: a save reserves the whole text up front instead of
 // copying it each time it outgrows its buffer, which measured a third of the
 // encoding time of a large document. Escapes are not counted, so the count
-// is slightly low for text with quotes or slashes.
+// is slightly low for text with quotes or slashes, and never high.
 class SizeCounter {
  public:
   void beginObject() { open(); }
@@ -33,6 +33,7 @@ class SizeCounter {
   }
   void number(double value) {
     beforeValue();
+    if (!std::isfinite(value)) value = 0;  // as JsonWriter writes it
     char buffer[32];
     bytes_ += static_cast<std::size_t>(std::to_chars(buffer, buffer + sizeof buffer, value).ptr - buffer);
   }
@@ -246,9 +247,7 @@ void put(Json& json, const ImageBlock& image) {
   if constexpr (std::is_same_v<Json, SizeCounter>) {
     json.stringOfSize((image.data.size() + 2) / 3 * 4);
   } else {
-    std::string text;
-    appendBase64(text, image.data);
-    json.string(text);
+    json.base64(image.data);
   }
   json.key("name");
   json.string(image.name);
@@ -303,12 +302,16 @@ void put(Json& json, const ConflictNote& note) {
 
 }  // namespace
 
-std::size_t sizeHint(const ProjectDocument& document) {
+std::size_t leastSize(const ProjectDocument& document) {
   SizeCounter counter;
   put(counter, document);
+  return counter.bytes();
+}
+
+std::size_t sizeHint(std::size_t leastSize) {
   // Room for escapes: "\/" in base64 (one character in 64) and in paths, and
   // the odd quote.
-  return counter.bytes() + counter.bytes() / 32 + 4096;
+  return leastSize + leastSize / 32 + 4096;
 }
 
 void write(JsonWriter& json, const ProjectDocument& document) { put(json, document); }

@@ -8,6 +8,8 @@
 
 #include <utf8proc.h>
 
+#include "model/base64.h"
+
 namespace inkharbour {
 
 namespace {
@@ -148,6 +150,26 @@ void JsonWriter::endArray() {
 void JsonWriter::string(std::string_view value) {
   beforeValue();
   appendJsonString(out_, value);
+}
+
+void JsonWriter::base64(std::span<const std::uint8_t> bytes) {
+  beforeValue();
+  out_ += '"';
+  // A slice at a time, a multiple of three bytes so that only the last one
+  // is padded. Of the base64 alphabet only "/" needs an escape.
+  constexpr std::size_t kSlice = 3 * 4096;
+  std::string text;
+  for (std::size_t at = 0; at < bytes.size(); at += kSlice) {
+    text.clear();
+    appendBase64(text, bytes.subspan(at, std::min(kSlice, bytes.size() - at)));
+    std::string_view rest(text);
+    for (auto slash = rest.find('/'); slash != std::string_view::npos; slash = rest.find('/')) {
+      out_.append(rest.substr(0, slash)).append("\\/");
+      rest.remove_prefix(slash + 1);
+    }
+    out_.append(rest);
+  }
+  out_ += '"';
 }
 
 void JsonWriter::number(double value) {

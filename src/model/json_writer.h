@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +22,9 @@ class JsonWriter {
   void key(std::string_view name);
 
   void string(std::string_view value);
+  // A string holding the base64 text of `bytes` (as appendBase64 writes it),
+  // encoded straight into the output without a copy of the whole text.
+  void base64(std::span<const std::uint8_t> bytes);
   void number(double value);
   void integer(std::int64_t value);
   void boolean(bool value);

@@ -2,8 +2,9 @@
 // images), runs of formatted text, footnotes, the link of a story to an
 // external file with its base snapshot, Story Notes and merge reports.
 //
-// Every type is a plain value: copying copies the whole content, and equality
-// compares every field, identifiers included. Fields marked with a fresh
+// Every type is a plain value: copying copies the whole content (a picture's
+// bytes are immutable and shared between the copies), and equality compares
+// every field, identifiers included. Fields marked with a fresh
 // Uuid::random() default get a new identity unless one is given.
 #pragma once
 
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "model/date.h"
+#include "model/shared_bytes.h"
 #include "model/uuid.h"
 
 namespace inkharbour {
@@ -86,7 +88,7 @@ struct Table {
 };
 
 struct ImageBlock {
-  Data data;         // the image file's bytes exactly as read
+  SharedBytes data;  // the image file's bytes exactly as read
   std::string name;  // file name under media/ when written to a package
 
   bool operator==(const ImageBlock&) const = default;

@@ -269,7 +269,7 @@ class PackageAdditions {
     return part;
   }
 
-  const std::vector<std::pair<std::string, const Data*>>& media() const { return media_; }
+  const std::vector<std::pair<std::string, const SharedBytes*>>& media() const { return media_; }
 
  private:
   std::string freshID() {
@@ -289,7 +289,7 @@ class PackageAdditions {
   std::string relationships_entries_;
   std::set<std::string> extensions_;
   std::vector<NoteKind> notesParts_;
-  std::vector<std::pair<std::string, const Data*>> media_;
+  std::vector<std::pair<std::string, const SharedBytes*>> media_;
 };
 
 // The document part rewritten: the elements whose blocks the story kept,
@@ -968,7 +968,7 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   for (const auto& [name, bytes] : replaced) {
     if (!members.find(name) && name != kDocumentPart) out.push_back({name, bytes});
   }
-  for (const auto& [name, data] : additions.media()) out.push_back({name, text(*data)});
+  for (const auto& [name, data] : additions.media()) out.push_back({name, asText(*data)});
   ZipTool::writePackage(out, destination);
 }
 

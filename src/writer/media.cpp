@@ -62,7 +62,7 @@ bool isReservedDeviceName(std::string_view name) {
          lower[3] >= '0' && lower[3] <= '9';
 }
 
-bool startsWith(const Data& data, std::size_t offset, std::string_view magic) {
+bool startsWith(std::span<const std::uint8_t> data, std::size_t offset, std::string_view magic) {
   if (data.size() < offset + magic.size()) return false;
   for (std::size_t i = 0; i < magic.size(); ++i) {
     if (data[offset + i] != static_cast<unsigned char>(magic[i])) return false;
@@ -71,7 +71,7 @@ bool startsWith(const Data& data, std::size_t offset, std::string_view magic) {
 }
 
 // An extension for bytes whose name offers none.
-std::string_view sniffExtension(const Data& data) {
+std::string_view sniffExtension(std::span<const std::uint8_t> data) {
   using namespace std::string_view_literals;
   if (startsWith(data, 0, "\x89PNG"sv)) return "png";
   if (startsWith(data, 0, "\xFF\xD8\xFF"sv)) return "jpeg";
@@ -200,7 +200,7 @@ MediaPlan planMedia(const std::vector<const ImageBlock*>& images) {
   return plan;
 }
 
-Extent imageExtent(const Data& data) {
+Extent imageExtent(std::span<const std::uint8_t> data) {
   double width = 400;
   double height = 300;
   int x = 0, y = 0, components = 0;

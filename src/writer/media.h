@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,9 +22,9 @@ struct Extent {
 };
 
 struct MediaMember {
-  std::string name;            // file name under word/media/
-  const Data* data = nullptr;  // the bytes, owned by the image block that named the member
-  std::string relationshipID;  // "rId3", "rId4", ... in member order
+  std::string name;                   // file name under word/media/
+  const SharedBytes* data = nullptr;  // owned by the image block that named the member
+  std::string relationshipID;         // "rId3", "rId4", ... in member order
   Extent extent;
 };
 
@@ -54,7 +55,7 @@ bool isSafeMediaName(std::string_view name);
 // The drawn size of an image: its pixel size as decoded, scaled down to 576
 // pixels wide when it is 577 or wider; 400 x 300 pixels when the data does
 // not decode. One pixel is 9525 EMU, truncated.
-Extent imageExtent(const Data& data);
+Extent imageExtent(std::span<const std::uint8_t> data);
 
 // The content type of an image by its lower-cased extension; "image/png" for
 // extensions not in the table.

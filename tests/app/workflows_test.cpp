@@ -163,6 +163,26 @@ TEST(Workflows, AFailureLeavesTheDocumentAsItWasAndSaysWhy) {
   EXPECT_EQ(readFile(dir / "sheet.xlsx"), sheet);
 }
 
+TEST(Workflows, ADocumentTooLargeToOpenAgainIsNeitherGrownNorSaved) {
+  TempDir dir;
+  writeFile(dir / "a.txt", "A");
+  AppState app;
+  app.place(dir / "a.txt");
+  // One mebibyte shown 3100 times: held once, but over 4 GiB of base64 in the file.
+  const Block picture{.kind = ImageBlock{.data = Data(1 << 20, 7), .name = "p.png"}};
+  app.replaceStoryContent(app.document().stories[0].id, std::vector<Block>(3100, picture), {});
+  const auto before = app.document();
+  app.place(dir / "a.txt");
+  EXPECT_EQ(app.lastError(), "\u201ca.txt\u201d cannot be placed: the document file would be "
+                             "larger than 4 GiB, the most that can be opened again.");
+  EXPECT_EQ(app.document(), before);
+  app.clearLastError();
+  app.saveDocument(dir / "doc.inkharbour");
+  EXPECT_EQ(app.lastError(), "The document cannot be saved: its file would be larger than 4 GiB, "
+                             "the most that can be opened again.");
+  EXPECT_FALSE(fs::exists(dir / "doc.inkharbour"));
+}
+
 TEST(UpdateFromLinked, MergesBothSidesAndKeepsLocalTextOfConflictsInNotes) {
   TempDir dir;
   const auto path = dir / "story.docx";

@@ -296,17 +296,27 @@ TEST(DocxTables, CellsKeepStyledParagraphsButNoPictures) {
 }
 
 TEST(DocxPictures, PictureOnlyParagraphIsTheImageAloneOtherwiseImagesFollowText) {
-  const auto result =
-      import(para(picture("rId1")) + para(picture("rId2") + run("Caption") + picture("rId1")) +
-                 para(run("next")),
-             {{kRels, relsXml({{"rId1", "media/a.png"}, {"rId2", "media/b.jpeg"}})},
-              {"word/media/a.png", kPng},
-              {"word/media/b.jpeg", "JPEG"}});
+  const std::string body =
+      para(picture("rId1")) + para(picture("rId2") + run("Caption") + picture("rId1")) +
+      para(run("next"));
+  Members members{{kDocument, documentXml(body)},
+                  {kRels, relsXml({{"rId1", "media/a.png"}, {"rId2", "media/b.jpeg"}})},
+                  {"word/media/a.png", kPng},
+                  {"word/media/b.jpeg", "JPEG"}};
+  const auto result = readPackage(members);
   EXPECT_EQ(dump(result),
             "[Image a.png, 11 bytes]\n[Body] «Caption»\n[Image b.jpeg, 4 bytes]\n"
             "[Image a.png, 11 bytes]\n[Body] «next»\n");
-  EXPECT_EQ(std::get<ImageBlock>(result.blocks.at(0).kind),
-            (ImageBlock{.data = Data(kPng.begin(), kPng.end()), .name = "a.png"}));
+  const auto& first = std::get<ImageBlock>(result.blocks.at(0).kind);
+  EXPECT_EQ(first, (ImageBlock{.data = Data(kPng.begin(), kPng.end()), .name = "a.png"}));
+  // A picture referenced again is the same bytes in memory, read once.
+  EXPECT_TRUE(first.data.sharesBufferWith(std::get<ImageBlock>(result.blocks.at(3).kind).data));
+  // Each reference counts against the picture limit: 11 + 4 + 11 bytes.
+  EXPECT_EQ(readPackage(members, {}, {.pictureBytes = 26}).blocks.size(), 5u);
+  EXPECT_THAT([&] { readPackage(members, {}, {.pictureBytes = 25}); },
+              throwsDocxError(Kind::unzipFailed, true,
+                              "Could not open archive: word/media/a.png: the imported pictures "
+                              "exceed 25 bytes, the limit for one import"));
 }
 
 TEST(DocxPictures, RelationshipTargetsAndUnresolvablePictures) {

@@ -149,6 +149,25 @@ TEST(PackageLimits, InflatedBytesAreCountedPerMemberPerPackageObjectAndAgainstTh
                          "for one member"));
   EXPECT_LT(delivered, 8u << 20);
   EXPECT_EQ(ratio.read("text.xml"), bytesOf(text));
+
+  // The same bomb whose central directory claims 2 GiB of compressed data:
+  // the ratio is judged by the bytes actually read, so it still stops.
+  std::string zip = testing::readFile(path);
+  const std::string record("PK\x01\x02", 4);
+  auto at = zip.find(record);
+  while (at != std::string::npos && zip.compare(at + 46, 8, "bomb.xml") != 0) {
+    at = zip.find(record, at + 4);
+  }
+  ASSERT_NE(at, std::string::npos);
+  zip.replace(at + 20, 4, std::string("\xff\xff\xff\x7f", 4));  // compressed size, little-endian
+  testing::writeFile(dir / "liar.docx", zip);
+  delivered = 0;
+  Package liar(dir / "liar.docx",
+               ImportLimits{.compressionRatio = 100, .ratioCheckAfter = 2 << 20});
+  EXPECT_THAT([&] { liar.stream("bomb.xml", count); },
+              limitError("bomb.xml inflates to more than 100 times its compressed size, the limit "
+                         "for one member"));
+  EXPECT_LT(delivered, 8u << 20);
 }
 
 TEST(PackageWrite, MembersReplaceTheOldFileByteExactUnderExactlyTheirNames) {

@@ -99,10 +99,12 @@ TEST(TextReader, FileBeyondTheLimitsIsRefused) {
                   "Could not parse the document (huge.txt: larger than 2048 bytes, the limit for "
                   "one import).")));
   testing::writeFile(dir / "huge.txt", std::string(100, '\n'));
-  EXPECT_THAT([&] { readBothWays(dir / "huge.txt", {.items = 100}); },
-              ::testing::ThrowsMessage<DocxError>(StrEq(
-                  "Could not parse the document (huge.txt: more than 100 paragraphs, the limit for "
-                  "one import).")));
+  for (const auto& limits : {ImportLimits{.items = 100}, ImportLimits{.paragraphs = 100}}) {
+    EXPECT_THAT([&] { readBothWays(dir / "huge.txt", limits); },
+                ::testing::ThrowsMessage<DocxError>(StrEq(
+                    "Could not parse the document (huge.txt: more than 100 paragraphs, the limit "
+                    "for one import).")));
+  }
 }
 
 }  // namespace

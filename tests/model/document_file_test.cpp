@@ -99,6 +99,12 @@ TEST(DocumentFile, EncodesTheStoredFormAndReadsItBackWithStableBytes) {
   EXPECT_EQ(DocumentFile::encode(DocumentFile::decode(bytes)), bytes);
   expectSortedKeys(bytes);
   EXPECT_EQ(bytes.find("null"), std::string::npos) << "absent values are left out";
+  // A picture stored twice (in the story and its base) is decoded once.
+  auto twice = rich;
+  twice.stories[0].link->baseBlocks = twice.stories[0].blocks;
+  const auto story = DocumentFile::decode(DocumentFile::encode(twice)).stories[0];
+  EXPECT_TRUE(std::get<ImageBlock>(story.blocks[2].kind).data.sharesBufferWith(
+      std::get<ImageBlock>(story.link->baseBlocks[2].kind).data));
 
   const ProjectDocument document{
       .stories = {Story{.id = *Uuid::parse("e621e1f8-c36c-495a-93fc-0c247a3e6e5f"),

@@ -58,6 +58,17 @@ TEST(TextRun, SameFormatIgnoresTextAndFootnoteButNotColour) {
   }
 }
 
+TEST(SharedBytes, CopiesShareOneBufferAndEqualityComparesTheBytes) {
+  const SharedBytes bytes(Data{1, 2, 3});
+  const ImageBlock image{.data = bytes, .name = "a.png"};
+  EXPECT_TRUE(ImageBlock(image).data.sharesBufferWith(bytes));
+  EXPECT_EQ(SharedBytes(Data{1, 2, 3}), bytes);
+  EXPECT_FALSE(SharedBytes(Data{1, 2, 3}).sharesBufferWith(bytes));
+  EXPECT_NE(SharedBytes({1, 2}), bytes);
+  EXPECT_EQ(SharedBytes(), SharedBytes(Data{}));
+  EXPECT_EQ(std::vector<std::uint8_t>(bytes.begin(), bytes.end()), (Data{1, 2, 3}));
+}
+
 TEST(Block, EqualityIncludesIdentity) {
   const Block a{.kind = body("x")};
   EXPECT_NE(a, (Block{.kind = body("x")}));
