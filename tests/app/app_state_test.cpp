@@ -1,4 +1,4 @@
-// AppState's document operations, selection, change notification, and opening a saved document.
+// AppState's document operations, selection, change notification, and restoring snapshots.
 #include <gtest/gtest.h>
 
 #include "app/app_state.h"
@@ -54,28 +54,6 @@ TEST(AppState, ObserverIsToldBeforeEveryWriteAndOnlyThen) {
   app.deleteStory(Uuid::random());
   app.updateFromLinked(story(app, 0).id);  // not linked
   EXPECT_EQ(storiesSeen.size(), 2u);
-}
-
-// Failures to open or save are with the other failures in workflows_test.cpp.
-TEST(AppState, OpenReplacesTheDocumentAndDecidesEveryLinkAtOnce) {
-  TempDir dir;
-  writeFile(dir / "a.txt", "alpha");
-  writeFile(dir / "b.txt", "beta");
-  AppState saved;
-  saved.place(dir / "a.txt");
-  saved.place(dir / "b.txt");
-  saved.saveDocument(dir / "doc.inkharbour");
-  ASSERT_FALSE(saved.lastError());
-  writeFile(dir / "b.txt", "beta, edited");
-  AppState app;
-  app.newStory();
-  app.openDocument(dir / "doc.inkharbour");
-  EXPECT_EQ(app.document(), saved.document());
-  EXPECT_EQ(app.selectedStoryIndex(), 0u);
-  EXPECT_EQ(app.editorReloadToken(), 2);
-  EXPECT_EQ(app.linkStatuses(),
-            (std::map<Uuid, LinkStatus>{{story(app, 0).id, LinkStatus::upToDate},
-                                        {story(app, 1).id, LinkStatus::modified}}));
 }
 
 // What undo rests on: a snapshot restored gives back the exact document.

@@ -270,7 +270,8 @@ void pollAsTheWindowDoes(AppState& app) {
   }
 }
 
-// Opening decides as `inkharbour-cli status` shows it; the window's poll must agree, FIFO included.
+// Opening replaces the document and decides every link at once, as `inkharbour-cli status` shows
+// it; the window's poll must agree, FIFO included.
 TEST(AppStatePoll, GivesTheStatusesThatOpeningAndTickingGive) {
   TempDir dir;
   AppState polled;
@@ -292,10 +293,14 @@ TEST(AppStatePoll, GivesTheStatusesThatOpeningAndTickingGive) {
   };
   using enum LinkStatus;
   AppState opened;
+  opened.newStory();  // replaced by the document opened
   withWatchdog(dir / "fifo.txt", [&] {
     opened.openDocument(dir / "doc.inkharbour");
     pollAsTheWindowDoes(polled);
   });
+  EXPECT_EQ(opened.document(), polled.document());
+  EXPECT_EQ(opened.selectedStoryIndex(), 0u);
+  EXPECT_EQ(opened.editorReloadToken(), 2);
   const std::vector<LinkStatus> expected = {upToDate, modified, missing, missing, missing};
   EXPECT_EQ(statuses(opened), expected);
   EXPECT_EQ(statuses(polled), expected);

@@ -22,8 +22,6 @@
 #include <QTreeWidget>
 #include <QUndoStack>
 
-#include <sys/stat.h>
-
 #include "app/app_state.h"
 #include "importers/docx_reader.h"
 #include "model/document_file.h"
@@ -31,7 +29,6 @@
 #include "ui/dialogs.h"
 #include "ui/find_bar.h"
 #include "ui/main_window.h"
-#include "ui/notes_panel.h"
 #include "ui/search_panel.h"
 #include "ui/stories_panel.h"
 #include "ui/style_map_sheet.h"
@@ -104,12 +101,10 @@ class MainWindowTest : public QObject {
 
   void placeShowsLinkedStoryAndFocusesEditor();
   void typingAndFormattingReachTheModelAndSurviveSaveAndReopen();
-  void externalChangeShowsUpAndUpdateLinkMergesWithConflictNote();
-  void missingAndReturningFileAndFifo();
   void unsavedChangesPromptGuardsNewOpenAndClose();
   void pushExportAndExcelOneWay();
   void shortcutsAreThere();
-  void tableEditorKeepsUntouchedCellsAndAppliesOneUpdate();
+  void tableEditorKeepsUntouchedCells();
   void undoAndRedoWalkBackAndForthThroughEveryOperationExactly();
   void styleMappingSheetOffersTheFilesStylesAndAppliesOnPlace();
   void droppedFilesArePlacedAndRecentDocumentsReopen();
@@ -165,9 +160,8 @@ void MainWindowTest::placeShowsLinkedStoryAndFocusesEditor() {
 
   QCOMPARE(dialogs_->requests.size(), 1);
   QCOMPARE(dialogs_->requests[0].mode, FileRequest::Mode::openMany);
-  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.docx"));
-  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.xlsx"));
-  QVERIFY(dialogs_->requests[0].filters.join(' ').contains("*.txt"));
+  for (const char* pattern : {"*.docx", "*.xlsx", "*.txt"})
+    QVERIFY(dialogs_->requests[0].filters.join(' ').contains(pattern));
 
   QTreeWidget* panel = window_->storiesPanel();
   QTRY_COMPARE(panel->topLevelItemCount(), 1);
@@ -188,26 +182,17 @@ void MainWindowTest::typingAndFormattingReachTheModelAndSurviveSaveAndReopen() {
   QTest::keyClicks(editor, "Bold words");
   QTRY_COMPARE(blockText(selected().blocks.at(0)), QString("Bold words"));
 
-  // Bold on a selection is one undo step and lands as a bold run.
+  // Bold on a selection lands as a bold run; the style is a step of its own.
   QTextCursor cursor = editor->textCursor();
   cursor.setPosition(0);
   cursor.setPosition(4, QTextCursor::KeepAnchor);
   editor->setTextCursor(cursor);
   window_->action("bold")->trigger();
   window_->action("style2")->trigger();  // Heading 1
-  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 2);
-  const auto& paragraph = std::get<Paragraph>(selected().blocks.at(0).kind);
-  QCOMPARE(paragraph.styleName, std::string("Heading 1"));
-  QVERIFY(paragraph.runs[0].bold);
-  QCOMPARE(paragraph.runs[0].text, std::string("Bold"));
-  QVERIFY(!paragraph.runs[1].bold);
+  QTRY_COMPARE(std::get<Paragraph>(selected().blocks.at(0).kind),
+               (Paragraph{.styleName = "Heading 1",
+                          .runs = {{.text = "Bold", .bold = true}, {.text = " words"}}}));
   QCOMPARE(window_->undoStack()->undoText(), QString("Style Heading 1"));
-  window_->action("undo")->trigger();  // the style
-  window_->action("undo")->trigger();  // the bold
-  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 1);
-  QCOMPARE(window_->editor()->blocks(), selected().blocks);
-  window_->action("redo")->trigger();
-  QTRY_VERIFY(std::get<Paragraph>(selected().blocks.at(0).kind).runs.size() == 2);
 
   // A first save shows the panel; a second one writes without asking.
   dialogs_->answers << QStringList{file("book")};
@@ -228,53 +213,6 @@ void MainWindowTest::typingAndFormattingReachTheModelAndSurviveSaveAndReopen() {
   QVERIFY(window_->openDocumentFile(file("book.inkharbour")));
   QCOMPARE(state_->document(), saved);
   QCOMPARE(DocumentFile::read(file("book.inkharbour").toStdString()), saved);
-}
-
-void MainWindowTest::externalChangeShowsUpAndUpdateLinkMergesWithConflictNote() {
-  writeDocx(file("a.docx"), {"One.", "Two.", "Three.", "Four."});
-  QVERIFY(window_->placeFiles({file("a.docx")}));
-  QTRY_COMPARE(statusOf(0), QString("Up to date"));
-
-  // The author edits paragraph two; a co-author edits two and four.
-  StoryEditor* editor = window_->editor();
-  QTextCursor cursor(editor->document()->findBlockByNumber(1));
-  cursor.movePosition(QTextCursor::EndOfBlock);
-  editor->setTextCursor(cursor);
-  QTest::keyClicks(editor, " Mine");
-  QTRY_COMPARE(blockText(selected().blocks.at(1)), QString("Two. Mine"));
-  writeDocx(file("a.docx"), {"One.", "Two. Theirs", "Three.", "Four, changed."});
-
-  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
-  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (1)"));
-  QVERIFY(window_->action("updateAllLinks")->isEnabled());
-
-  window_->action("updateLink")->trigger();
-  QTRY_COMPARE(statusOf(0), QString("Up to date"));
-  QTRY_COMPARE(editor->document()->findBlockByNumber(1).text(), QString("Two. Theirs"));
-  QCOMPARE(editor->document()->findBlockByNumber(3).text(), QString("Four, changed."));
-  QCOMPARE(selected().notes.size(), std::size_t(1));
-  QCOMPARE(QString::fromStdString(selected().notes[0].localText), QString("Two. Mine"));
-
-  auto* notes = window_->findChild<QDockWidget*>("notesDock");
-  QTRY_VERIFY(notes->widget()->findChild<QPushButton*>("dismissNote") != nullptr);
-  notes->widget()->findChild<QPushButton*>("dismissNote")->click();
-  QTRY_VERIFY(selected().notes.empty());
-  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (0)"));
-}
-
-void MainWindowTest::missingAndReturningFileAndFifo() {
-  writeDocx(file("gone.docx"), {"Here."});
-  QVERIFY(window_->placeFiles({file("gone.docx")}));
-  QVERIFY(QFile::rename(file("gone.docx"), file("away.docx")));
-  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Missing"), 5000);
-  QVERIFY(QFile::rename(file("away.docx"), file("gone.docx")));
-  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Up to date"), 5000);
-
-  // A FIFO where the file was is missing at once, and the window stays alive.
-  QVERIFY(QFile::remove(file("gone.docx")));
-  QCOMPARE(::mkfifo(file("gone.docx").toLocal8Bit().constData(), 0600), 0);
-  QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Missing"), 5000);
-  QVERIFY(!state_->lastError());
 }
 
 void MainWindowTest::unsavedChangesPromptGuardsNewOpenAndClose() {
@@ -374,45 +312,27 @@ void MainWindowTest::shortcutsAreThere() {
   QTRY_COMPARE(state_->document().stories.size(), std::size_t(1));
 }
 
-void MainWindowTest::tableEditorKeepsUntouchedCellsAndAppliesOneUpdate() {
+void MainWindowTest::tableEditorKeepsUntouchedCells() {
   TextRun bold{.text = "Bold", .bold = true};
   const Table table{.rows = {{TableCell{{Paragraph{.styleName = "Body", .runs = {bold}}}},
                               TableCell{{Paragraph::make("Body", "b")}}},
                              {TableCell{{Paragraph::make("Body", "c")}}}}};
-  {
-    TableEditor editor(table);
-    QCOMPARE(editor.result(), table);  // rows of 2 and 1 cells stay so
-    editor.grid()->item(0, 1)->setText("b1\nb2");
-    editor.grid()->setCurrentCell(1, 0);
-    editor.insertRow();
-    editor.grid()->item(2, 1)->setText("new");
-    const Table edited = editor.result();
-    QCOMPARE(edited.rows.size(), std::size_t(3));
-    QCOMPARE(edited.rows[0][0], table.rows[0][0]);  // bold kept
-    QCOMPARE(edited.rows[0][1].text(), std::string("b1\nb2"));
-    QCOMPARE(edited.rows[1], table.rows[1]);
-    QCOMPARE(edited.rows[2].size(), std::size_t(2));
-    QCOMPARE(edited.rows[2][1].text(), std::string("new"));
-    editor.grid()->setCurrentCell(0, 0);
-    editor.removeColumn();
-    QCOMPARE(editor.result().rows[1].size(), std::size_t(0));
-  }
-
-  // Through the window: the story's table changes, the editor reloads.
-  state_->newStory();
-  const Uuid storyID = selected().id;
-  const Block tableBlock{.kind = table};
-  state_->replaceBlocks(storyID, 0, 1, {tableBlock});
-  QTRY_VERIFY(window_->editor()->document()->blockCount() == 1);
-  Table answer = table;
-  answer.rows[1][0] = TableCell{{Paragraph::make("Body", "changed")}};
-  dialogs_->tableAnswer = answer;
-  const auto token = state_->editorReloadToken();
-  emit window_->editor()->tableActivated(tableBlock.id);
-  QTRY_COMPARE(std::get<Table>(selected().blocks.at(0).kind), answer);
-  QCOMPARE(selected().blocks.at(0).id, tableBlock.id);
-  QCOMPARE(state_->editorReloadToken(), token + 1);
-  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
+  TableEditor editor(table);
+  QCOMPARE(editor.result(), table);  // rows of 2 and 1 cells stay so
+  editor.grid()->item(0, 1)->setText("b1\nb2");
+  editor.grid()->setCurrentCell(1, 0);
+  editor.insertRow();
+  editor.grid()->item(2, 1)->setText("new");
+  const Table edited = editor.result();
+  QCOMPARE(edited.rows.size(), std::size_t(3));
+  QCOMPARE(edited.rows[0][0], table.rows[0][0]);  // bold kept
+  QCOMPARE(edited.rows[0][1].text(), std::string("b1\nb2"));
+  QCOMPARE(edited.rows[1], table.rows[1]);
+  QCOMPARE(edited.rows[2].size(), std::size_t(2));
+  QCOMPARE(edited.rows[2][1].text(), std::string("new"));
+  editor.grid()->setCurrentCell(0, 0);
+  editor.removeColumn();
+  QCOMPARE(editor.result().rows[1].size(), std::size_t(0));
 }
 
 // Each step, undone, gives back the exact document before it; redone, the
@@ -446,12 +366,17 @@ void MainWindowTest::undoAndRedoWalkBackAndForthThroughEveryOperationExactly() {
   });
   writeDocx(file("a.docx"), {"One.", "Two. Theirs", "Three.", "Four, changed."});
   QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
+  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (1)"));
+  QVERIFY(window_->action("updateAllLinks")->isEnabled());
   step("Update Link", [&] { window_->action("updateLink")->trigger(); });
+  QTRY_COMPARE(statusOf(0), QString("Up to date"));
+  QTRY_COMPARE(editor->blocks(), selected().blocks);
   QCOMPARE(selected().notes.size(), std::size_t(1));
-  step("Dismiss Note", [&] {
-    state_->selectStory(selected().id);
-    emit window_->findChild<NotesPanel*>()->dismissRequested(selected().id, selected().notes[0].id);
-  });
+  auto* notes = window_->findChild<QDockWidget*>("notesDock");
+  QTRY_VERIFY(notes->widget()->findChild<QPushButton*>("dismissNote") != nullptr);
+  step("Dismiss Note",
+       [&] { notes->widget()->findChild<QPushButton*>("dismissNote")->click(); });
+  QCOMPARE(window_->action("updateAllLinks")->text(), QString("Update All Links (0)"));
   step("New Story", [&] { window_->action("newStory")->trigger(); });
   step("Delete Story", [&] { window_->action("deleteStory")->trigger(); });
   const Uuid first = state_->document().stories.at(0).id;
@@ -472,7 +397,12 @@ void MainWindowTest::undoAndRedoWalkBackAndForthThroughEveryOperationExactly() {
   Table table = std::get<Table>(tableBlock->kind);
   table.rows.pop_back();
   dialogs_->tableAnswer = table;
-  step("Edit Table", [&] { emit window_->editor()->tableActivated(tableBlock->id); });
+  const Uuid tableID = tableBlock->id;
+  step("Edit Table", [&] { emit window_->editor()->tableActivated(tableID); });
+  QVERIFY(std::any_of(selected().blocks.begin(), selected().blocks.end(), [&](const Block& b) {
+    return b.id == tableID && std::get<Table>(b.kind) == table;  // changed in place
+  }));
+  QTRY_COMPARE(window_->editor()->blocks(), selected().blocks);
   writeDocx(file("a.docx"), {"All new."});
   QTRY_COMPARE_WITH_TIMEOUT(statusOf(0), QString("Modified"), 5000);
   step("Update All Links", [&] { window_->action("updateAllLinks")->trigger(); });
@@ -521,9 +451,6 @@ void MainWindowTest::styleMappingSheetOffersTheFilesStylesAndAppliesOnPlace() {
   QCOMPARE(window_->undoStack()->undoText(), QString("Edit Style Mapping"));
   QVERIFY(window_->placeFiles({example}));
   QCOMPARE(std::get<Paragraph>(selected().blocks.at(1).kind).styleName, std::string("Heading 2"));
-  window_->action("undo")->trigger();
-  window_->action("undo")->trigger();
-  QVERIFY(state_->document().styleMap.empty());
 }
 
 void MainWindowTest::droppedFilesArePlacedAndRecentDocumentsReopen() {
@@ -675,6 +602,7 @@ void MainWindowTest::relinkButtonOnAMissingLinkKeepsTheBaseAndUndoes() {
   QVERIFY(QDir().mkdir(file("moved")));
   QVERIFY(QFile::rename(file("a.docx"), file("moved/a.docx")));
   QTRY_VERIFY_WITH_TIMEOUT(button->isVisible(), 5000);
+  QCOMPARE(statusOf(0), QString("Missing"));
   QVERIFY(relink->isVisible());  // in the Story menu, which the stories panel shares
 
   dialogs_->answers << QStringList{file("moved/a.docx")};
