@@ -301,7 +301,7 @@ class DocumentRewrite {
                   MergeEngine::KeyInterner& interner, const std::vector<std::uint32_t>& storyKeys)
       : xml_(xml), prologue_(std::move(prologue)), layout_(layout), story_(story), view_(view),
         additions_(additions), interner_(interner), storyKeys_(storyKeys),
-        nextDrawing_(largestDrawingID(xml) + 1) {}
+        nextDrawing_(0) {}
 
   // The new part; `changed` tells whether it differs from the old one in
   // more than the declaration of "w".
@@ -565,6 +565,8 @@ class DocumentRewrite {
       MediaMember member{.name = image.name, .data = &image.data,
                          .relationshipID = additions_.relationshipFor(image),
                          .extent = imageExtent(image.data)};
+      // New drawings take ids above every one the part uses.
+      if (nextDrawing_ == 0) nextDrawing_ = largestDrawingID(xml_) + 1;
       appendImage(out, member, static_cast<std::size_t>(nextDrawing_++), true);
     }
   }
@@ -832,7 +834,7 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
       parsed<RelationshipList>(relationshipsBytes ? &*relationshipsBytes : nullptr);
 
   // The document part inflates on a second thread while this one parses
-  // it. Once inflated, the second thread reads its last two fifths itself,
+  // it. Once inflated, the second thread reads its last three tenths itself,
   // then every other part, and numbers the story's blocks.
   ChunkPipe pipe;
   std::string document;
@@ -850,7 +852,7 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
         pipe.push(chunk);
       });
       split = pipe.split([&](std::size_t handedOut) {
-        return boundaryAfter(document, std::max(handedOut, document.size() / 5 * 3));
+        return boundaryAfter(document, std::max(handedOut, document.size() / 10 * 7));
       });
       pipe.close();
       if (split != std::string::npos) {
