@@ -7,7 +7,7 @@ ifeq ($(CI),true)
 WERROR := -DINKHARBOUR_WERROR=ON
 endif
 
-.PHONY: all deps configure build run test bench clean
+.PHONY: all deps configure build run test bench fuzz clean
 
 all: build
 
@@ -23,8 +23,9 @@ build: configure
 run: build
 	@bash scripts/run-example.sh $(BUILD_DIR)
 
+# CTEST_ARGS narrows the run, e.g. "-LE libreoffice".
 test: build
-	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
+	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS) $(CTEST_ARGS)
 
 # Every benchmark, each given the same scratch folder, which keeps the
 # generated books between runs.
@@ -38,6 +39,18 @@ bench:
 	@set -e; for bench in $(BENCHES); do \
 	  echo "== $$bench"; build/release/bench/$$bench $(BENCH_DIR); \
 	done
+
+# The libFuzzer targets (fuzz/), built by clang with sanitizers in build/fuzz,
+# each run for FUZZ_SECONDS and at most FUZZ_RUNS executions when set;
+# FUZZ_TARGETS picks some of docx xlsx document merge round_trip.
+FUZZ_SECONDS ?= 60
+FUZZ_RUNS ?=
+FUZZ_TARGETS ?=
+
+fuzz: deps
+	@cmake --preset fuzz >/dev/null
+	@cmake --build build/fuzz -j $(JOBS) --target fuzzers
+	@FUZZ_SECONDS=$(FUZZ_SECONDS) FUZZ_RUNS=$(FUZZ_RUNS) bash fuzz/run.sh build/fuzz $(FUZZ_TARGETS)
 
 clean:
 	rm -rf build

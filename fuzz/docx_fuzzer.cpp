@@ -1,0 +1,52 @@
+// The Word reader on any file: it either reads the file or throws DocxError,
+// and what it reads the writer writes back to the same blocks and footnotes.
+#include <cstddef>
+#include <cstdint>
+
+#include "checks.h"
+#include "importers/docx_error.h"
+#include "importers/docx_reader.h"
+#include "scratch.h"
+
+using namespace inkharbour;
+
+namespace {
+
+// Small enough that a hostile input costs milliseconds, not seconds.
+const ImportLimits kLimits{.memberBytes = 8 << 20,
+                           .compressionRatio = 100,
+                           .ratioCheckAfter = 1 << 20,
+                           .packageBytes = 32 << 20,
+                           .textBytes = 8 << 20,
+                           .items = 1 << 20,
+                           .tableDepth = 64};
+
+// A custom mapping, so that it takes part in the style names read.
+const StyleMap kStyleMap{{"heading 1", "Quote"}, {"Title", "Heading 2"}, {"Caption", "Nothing"}};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const auto path = fuzz::scratchPath("input.docx");
+  if (!fuzz::writePackageInput(path, {data, size})) return 0;
+  // Both treatments of a damaged notes part, chosen by the input.
+  const auto damaged =
+      size % 2 == 0 ? DocxReader::DamagedNotes::readAsNone : DocxReader::DamagedNotes::fail;
+  ImportResult read;
+  try {
+    read = DocxReader::readAs(path, LinkKind::word, kStyleMap, kLimits, damaged);
+  } catch (const DocxError&) {
+    return 0;
+  }
+  DocxReader::paragraphStyleNames(path);
+  if (!fuzz::hasPlainPictureNames(read.blocks)) return 0;
+
+  const ImportResult back = fuzz::writeAndRead(read.blocks, read.footnotes, kLimits);
+  if (fuzz::withoutIds(back.blocks) != fuzz::withoutIds(read.blocks) ||
+      fuzz::byId(back.footnotes) != fuzz::byId(read.footnotes)) {
+    fuzz::fail("what was read does not read back the same after writing",
+               "read:\n" + fuzz::describe(read.blocks, read.footnotes) + "read back:\n" +
+                   fuzz::describe(back.blocks, back.footnotes));
+  }
+  return 0;
+}
