@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <zip.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -64,8 +65,8 @@ struct DeflatedSource {
         self->position = 0;
         return 0;
       case ZIP_SOURCE_READ: {
-        const std::size_t n = std::min<std::size_t>(
-            static_cast<std::size_t>(length), self->deflated.data.size() - self->position);
+        const std::size_t n = std::min<std::size_t>(static_cast<std::size_t>(length),
+                                                    self->deflated.data.size() - self->position);
         std::memcpy(data, self->deflated.data.data() + self->position, n);
         self->position += n;
         return static_cast<zip_int64_t>(n);
@@ -236,10 +237,34 @@ std::vector<std::string> Package::members() const {
   return names;
 }
 
-bool Package::has(std::string_view member) const { return locate(member) >= 0; }
+bool Package::has(std::string_view member) const {
+  return locate(member) >= 0;
+}
 
-bool Package::stream(std::string_view member,
-                     const std::function<void(std::string_view)>& sink) {
+// Counts `count` more inflated bytes of a member that has inflated from
+// `compressed` bytes so far, stopping at the member and ratio limits.
+void Package::countInflated(const std::string& name, std::uint64_t delivered, std::uint64_t count,
+                            std::uint64_t compressed) {
+  const auto& limits = budget_.limits();
+  if (delivered + count > limits.memberBytes) {
+    throw DocxError::limitExceeded(name + " inflates to more than " +
+                                   describeBytes(limits.memberBytes) +
+                                   ", the limit for one member");
+  }
+  // Past this many inflated bytes the member compresses suspiciously well.
+  std::uint64_t byRatio = 0;
+  if (__builtin_mul_overflow(compressed, limits.compressionRatio, &byRatio)) {
+    byRatio = std::numeric_limits<std::uint64_t>::max();
+  }
+  if (delivered + count > std::max(byRatio, limits.ratioCheckAfter)) {
+    throw DocxError::limitExceeded(name + " inflates to more than " +
+                                   std::to_string(limits.compressionRatio) +
+                                   " times its compressed size, the limit for one member");
+  }
+  budget_.addInflated(name, count);
+}
+
+bool Package::stream(std::string_view member, const std::function<void(std::string_view)>& sink) {
   const zip_int64_t index = locate(member);
   if (index < 0) return false;
   const std::string name(member);
@@ -249,8 +274,6 @@ bool Package::stream(std::string_view member,
   // Encrypted members and unknown compression methods produce nothing: absent.
   if (!file) return false;
 
-  const auto& limits = budget_.limits();
-  const auto memberLimit = limits.memberBytes;
   zip_stat_t stat;
   zip_stat_init(&stat);
   const bool knowsCompressedSize =
@@ -260,15 +283,6 @@ bool Package::stream(std::string_view member,
   // the member, nor more than the central directory declares. A directory
   // that overstates the size therefore cannot lift the ratio limit.
   const std::uint64_t readBefore = source_->bytesRead;
-  const auto ratioLimit = [&] {
-    std::uint64_t compressed = source_->bytesRead - readBefore;
-    if (knowsCompressedSize) compressed = std::min<std::uint64_t>(compressed, stat.comp_size);
-    std::uint64_t scaled = 0;
-    if (__builtin_mul_overflow(compressed, limits.compressionRatio, &scaled)) {
-      scaled = std::numeric_limits<std::uint64_t>::max();
-    }
-    return std::max(scaled, limits.ratioCheckAfter);
-  };
   if (!buffer_) buffer_.reset(new char[kChunkSize]);
   char* buffer = buffer_.get();
   std::uint64_t delivered = 0;
@@ -280,21 +294,74 @@ bool Package::stream(std::string_view member,
     }
     if (n == 0) break;
     const auto count = static_cast<std::uint64_t>(n);
-    if (delivered + count > memberLimit) {
-      throw DocxError::limitExceeded(name + " inflates to more than " +
-                                     describeBytes(memberLimit) + ", the limit for one member");
-    }
-    // Past this many inflated bytes the member compresses suspiciously well.
-    if (delivered + count > ratioLimit()) {
-      throw DocxError::limitExceeded(name + " inflates to more than " +
-                                     std::to_string(limits.compressionRatio) +
-                                     " times its compressed size, the limit for one member");
-    }
-    budget_.addInflated(name, count);
+    std::uint64_t compressed = source_->bytesRead - readBefore;
+    if (knowsCompressedSize) compressed = std::min<std::uint64_t>(compressed, stat.comp_size);
+    countInflated(name, delivered, count, compressed);
     delivered += count;
     sink(std::string_view(buffer, count));
   }
   // An empty member is a present member: stream() reports it with no chunks.
+  return true;
+}
+
+bool Package::stream(std::string_view member, const std::function<void(std::string_view)>& sink,
+                     DeflateBlocks& blocks) {
+  blocks = {};
+  const zip_int64_t index = locate(member);
+  if (index < 0) return false;
+  const std::string name(member);
+  zip_stat_t stat;
+  zip_stat_init(&stat);
+  const auto wanted = ZIP_STAT_COMP_METHOD | ZIP_STAT_ENCRYPTION_METHOD | ZIP_STAT_CRC;
+  const bool plainDeflate =
+      zip_stat_index(archive_, static_cast<zip_uint64_t>(index), 0, &stat) == 0 &&
+      (stat.valid & wanted) == wanted && stat.comp_method == ZIP_CM_DEFLATE &&
+      stat.encryption_method == ZIP_EM_NONE;
+  std::unique_ptr<zip_file_t, FileCloser> file(
+      plainDeflate ? zip_fopen_index(archive_, static_cast<zip_uint64_t>(index), ZIP_FL_COMPRESSED)
+                   : nullptr);
+  if (!file) return stream(member, sink);
+
+  // The compressed bytes are kept whole; no member within the limit
+  // deflates to much more than its own size.
+  const auto& limits = budget_.limits();
+  const std::uint64_t compressedLimit = limits.memberBytes + limits.memberBytes / 64 + 4096;
+  std::string& compressed = blocks.compressed;
+  for (;;) {
+    const std::size_t at = compressed.size();
+    compressed.resize(at + kChunkSize);
+    const zip_int64_t n = zip_fread(file.get(), compressed.data() + at, kChunkSize);
+    compressed.resize(at + static_cast<std::size_t>(std::max<zip_int64_t>(n, 0)));
+    if (n < 0) {
+      blocks = {};
+      return false;
+    }
+    if (n == 0) break;
+    if (compressed.size() > compressedLimit) countInflated(name, 0, compressed.size(), 0);
+  }
+
+  if (!buffer_) buffer_.reset(new char[kChunkSize]);
+  std::uint64_t delivered = 0;
+  uLong crc = crc32(0, nullptr, 0);
+  std::string error;
+  const bool inflated = inflateNotingBlocks(
+      blocks, std::span(buffer_.get(), kChunkSize),
+      [&](std::string_view chunk, std::uint64_t consumed) {
+        countInflated(name, delivered, chunk.size(), consumed);
+        delivered += chunk.size();
+        crc = crc32(crc, reinterpret_cast<const Bytef*>(chunk.data()),
+                    static_cast<uInt>(chunk.size()));
+        sink(chunk);
+      },
+      error);
+  if (!inflated) {
+    blocks = {};
+    if (delivered == 0) return false;
+    throw DocxError::unzipFailed(name + ": Zlib error: " + error);
+  }
+  if (crc != stat.crc || ((stat.valid & ZIP_STAT_SIZE) != 0 && delivered != stat.size)) {
+    throw DocxError::unzipFailed(name + ": CRC error");
+  }
   return true;
 }
 
@@ -313,9 +380,9 @@ std::optional<Data> Package::read(std::string_view member) {
     if (__builtin_mul_overflow(source_->size, limits.compressionRatio, &byRatio)) {
       byRatio = std::numeric_limits<std::uint64_t>::max();
     }
-    bytes.reserve(static_cast<std::size_t>(std::min(
-        {static_cast<std::uint64_t>(stat.size), limits.memberBytes,
-         std::max(byRatio, limits.ratioCheckAfter)})));
+    bytes.reserve(static_cast<std::size_t>(
+        std::min({static_cast<std::uint64_t>(stat.size), limits.memberBytes,
+                  std::max(byRatio, limits.ratioCheckAfter)})));
   }
   const bool present = stream(member, [&](std::string_view chunk) {
     bytes.insert(bytes.end(), chunk.begin(), chunk.end());
@@ -370,11 +437,14 @@ void writePackage(const std::vector<PackageMember>& members,
   };
   for (const auto& member : members) {
     if (!validMemberName(member.path)) discard("invalid member name \"" + member.path + "\"");
-    const bool parallel = member.bytes.size() >= kParallelFrom;
+    const bool reuse = member.old != nullptr && !member.old->blocks.empty();
+    const bool parallel = reuse || member.bytes.size() >= kParallelFrom;
     zip_source_t* source = nullptr;
     if (parallel) {
-      auto* state = new DeflatedSource{.deflated = deflateInParallel(member.bytes, kLevel),
-                                       .size = member.bytes.size()};
+      auto* state = new DeflatedSource{
+          .deflated = reuse ? deflateReusing(member.bytes, *member.old, member.copied, kLevel)
+                            : deflateInParallel(member.bytes, kLevel),
+          .size = member.bytes.size()};
       zip_error_init(&state->error);
       source = zip_source_function(archive, &DeflatedSource::callback, state);
       if (source == nullptr) delete state;

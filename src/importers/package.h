@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "importers/import_limits.h"
+#include "importers/parallel_deflate.h"
 #include "model/story.h"
 
 struct zip;
@@ -75,12 +76,21 @@ class Package {
   // as read() does; a throw from `sink` stops the stream and propagates.
   bool stream(std::string_view member, const std::function<void(std::string_view)>& sink);
 
+  // As stream(), and for a deflated member also keeps its compressed bytes
+  // and where each of its blocks begins, so that a new version of the member
+  // can take over the blocks it leaves unchanged. `blocks` stays empty for a
+  // member stored some other way.
+  bool stream(std::string_view member, const std::function<void(std::string_view)>& sink,
+              DeflateBlocks& blocks);
+
   ImportBudget& budget() { return budget_; }
 
  private:
   struct CountingSource;
 
   std::int64_t locate(std::string_view member) const;
+  void countInflated(const std::string& name, std::uint64_t delivered, std::uint64_t count,
+                     std::uint64_t compressed);
 
   std::filesystem::path path_;
   std::error_code openError_;
@@ -99,6 +109,11 @@ inline std::string_view asText(std::span<const std::uint8_t> bytes) {
 struct PackageMember {
   std::string path;        // relative, forward slashes: "word/document.xml"
   std::string_view bytes;  // must stay alive until writePackage returns
+  // The member as it was, when the bytes repeat much of it: the blocks of
+  // its old deflate stream that lie inside the copied spans are taken over
+  // rather than compressed again.
+  const DeflateBlocks* old = nullptr;
+  std::vector<CopiedSpan> copied = {};
 };
 
 namespace ZipTool {

@@ -1,18 +1,18 @@
 // Pushing a story into an existing Word file in place (DocxWriter::update).
 
 #include <algorithm>
+#include <charconv>
 #include <condition_variable>
 #include <deque>
 #include <functional>
 #include <iterator>
-#include <mutex>
-#include <thread>
-#include <charconv>
 #include <map>
+#include <mutex>
 #include <set>
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <unordered_map>
 
 #include "importers/docx_body.h"
@@ -43,7 +43,9 @@ constexpr std::string_view kStylesPart = "word/styles.xml";
 constexpr std::string_view kRelationshipsNamespace =
     "http://schemas.openxmlformats.org/package/2006/relationships";
 
-std::string_view text(const Data& bytes) { return asText(bytes); }
+std::string_view text(const Data& bytes) {
+  return asText(bytes);
+}
 
 // The relationships of the document part, with their types.
 class RelationshipList final : public XmlHandler {
@@ -120,7 +122,8 @@ std::optional<std::string> withWordPrefix(std::string_view xml) {
   if (close == std::string_view::npos) return std::nullopt;
   const std::string_view tag = xml.substr(open, close - open);
   const auto nameEnd = tag.find_first_of(" \t\r\n/");
-  const std::string_view name = tag.substr(1, nameEnd == std::string_view::npos ? tag.size() - 1 : nameEnd - 1);
+  const std::string_view name =
+      tag.substr(1, nameEnd == std::string_view::npos ? tag.size() - 1 : nameEnd - 1);
   const auto colon = name.find(':');
   const std::string prefix(colon == std::string_view::npos ? "" : name.substr(0, colon));
   auto declared = [&](const std::string& attribute) -> std::optional<std::string_view> {
@@ -209,7 +212,8 @@ class PackageAdditions {
 
   // The relationship id of a picture with these bytes, added when new.
   std::string relationshipFor(const ImageBlock& image) {
-    const std::string_view bytes(reinterpret_cast<const char*>(image.data.data()), image.data.size());
+    const std::string_view bytes(reinterpret_cast<const char*>(image.data.data()),
+                                 image.data.size());
     if (const auto found = known_.find(bytes); found != known_.end()) return found->second;
     // The picture's own extension when it has a usable one, else png.
     const auto plan = planMedia({&image});
@@ -245,8 +249,8 @@ class PackageAdditions {
     const auto* old = members_.find(kDocumentRels);
     std::string part = old ? std::string(text(*old))
                            : "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\"?>\n"
-                             "<Relationships xmlns=\"" + std::string(kRelationshipsNamespace) +
-                                 "\"></Relationships>";
+                             "<Relationships xmlns=\"" +
+                                 std::string(kRelationshipsNamespace) + "\"></Relationships>";
     insertBeforeClose(part, relationships_entries_);
     return part;
   }
@@ -299,8 +303,14 @@ class DocumentRewrite {
   DocumentRewrite(std::string_view xml, std::string prologue, const DocumentLayout& layout,
                   const std::vector<Block>& story, ReaderView& view, PackageAdditions& additions,
                   MergeEngine::KeyInterner& interner, const std::vector<std::uint32_t>& storyKeys)
-      : xml_(xml), prologue_(std::move(prologue)), layout_(layout), story_(story), view_(view),
-        additions_(additions), interner_(interner), storyKeys_(storyKeys),
+      : xml_(xml),
+        prologue_(std::move(prologue)),
+        layout_(layout),
+        story_(story),
+        view_(view),
+        additions_(additions),
+        interner_(interner),
+        storyKeys_(storyKeys),
         nextDrawing_(0) {}
 
   // The new part; `changed` tells whether it differs from the old one in
@@ -309,7 +319,11 @@ class DocumentRewrite {
     match();
     std::string out;
     out.reserve(xml_.size() + xml_.size() / 8);
-    out += prologue_;
+    if (prologue_ == xml_.substr(0, layout_.body.start)) {
+      copy(out, 0, layout_.body.start);
+    } else {
+      out += prologue_;
+    }
     std::size_t nextStory = 0;
     std::size_t previousEnd = layout_.body.start;
     std::vector<std::size_t> gap;
@@ -334,6 +348,8 @@ class DocumentRewrite {
   }
 
   bool changed() const { return changed_; }
+  // Where the new part repeats the old one.
+  const std::vector<CopiedSpan>& copied() const { return copied_; }
 
  private:
   // Kept bytes are copied in runs as long as possible.
@@ -343,6 +359,7 @@ class DocumentRewrite {
     copyTo_ = to;
   }
   void flush(std::string& out) {
+    if (copyTo_ > copyFrom_) copied_.push_back({copyFrom_, copyTo_, out.size()});
     out += xml_.substr(copyFrom_, copyTo_ - copyFrom_);
     copyFrom_ = copyTo_ = 0;
   }
@@ -412,7 +429,8 @@ class DocumentRewrite {
     elementOfBlock_.assign(layout_.blocks.size(), 0);
     for (std::size_t e = 0; e < layout_.elements.size(); ++e) {
       const auto& element = layout_.elements[e];
-      for (std::size_t k = 0; k < element.blockCount; ++k) elementOfBlock_[element.firstBlock + k] = e;
+      for (std::size_t k = 0; k < element.blockCount; ++k)
+        elementOfBlock_[element.firstBlock + k] = e;
       // A framed paragraph (a drop cap) lends its look to nobody.
       if (simpleParagraph(e) && bytesOf(e).find("framePr") == std::string_view::npos) {
         const auto& paragraph = std::get<Paragraph>(layout_.blocks[element.firstBlock].kind);
@@ -432,7 +450,8 @@ class DocumentRewrite {
       return false;
     }
     for (std::size_t k = 1; k < element.blockCount; ++k) {
-      if (!std::holds_alternative<ImageBlock>(layout_.blocks[element.firstBlock + k].kind)) return false;
+      if (!std::holds_alternative<ImageBlock>(layout_.blocks[element.firstBlock + k].kind))
+        return false;
     }
     return true;
   }
@@ -454,9 +473,8 @@ class DocumentRewrite {
   // the others after them, so the section properties stay last.
   void writeGap(std::string& out, const std::vector<std::size_t>& gap, std::size_t from,
                 std::size_t to, std::size_t& previousEnd) {
-    const bool onlyMarks = std::all_of(gap.begin(), gap.end(), [&](std::size_t e) {
-      return layout_.elements[e].blockCount == 0;
-    });
+    const bool onlyMarks = std::all_of(
+        gap.begin(), gap.end(), [&](std::size_t e) { return layout_.elements[e].blockCount == 0; });
     if (from == to && onlyMarks) {
       // Nothing was written here: the marks stay with the bytes around them.
       if (!gap.empty()) {
@@ -493,7 +511,8 @@ class DocumentRewrite {
     // their kind, in order.
     for (std::size_t j = from; j < to; ++j) {
       std::optional<std::size_t> partner = oldOfStory_[j];
-      if (auto& candidates = unmatchedOld[story_[j].kind.index()]; !partner && !candidates.empty()) {
+      if (auto& candidates = unmatchedOld[story_[j].kind.index()];
+          !partner && !candidates.empty()) {
         partner = candidates.front();
         candidates.pop_front();
       }
@@ -516,11 +535,11 @@ class DocumentRewrite {
   const OldParagraph* oldParagraph(std::size_t element) {
     auto found = paragraphs_.find(element);
     if (found == paragraphs_.end()) {
-      found = paragraphs_
-                  .emplace(element, simpleParagraph(element)
-                                        ? readOldParagraph(bytesOf(element), view_)
-                                        : std::nullopt)
-                  .first;
+      found =
+          paragraphs_
+              .emplace(element, simpleParagraph(element) ? readOldParagraph(bytesOf(element), view_)
+                                                         : std::nullopt)
+              .first;
     }
     return found->second ? &*found->second : nullptr;
   }
@@ -541,7 +560,8 @@ class DocumentRewrite {
         partner ? std::optional<std::size_t>(elementOfBlock_.at(*partner)) : std::nullopt;
     if (const auto* paragraph = std::get_if<Paragraph>(&block.kind)) {
       // The paragraph it replaces, when that was a paragraph element of its own.
-      if (element && simpleParagraph(*element) && layout_.elements[*element].firstBlock == *partner) {
+      if (element && simpleParagraph(*element) &&
+          layout_.elements[*element].firstBlock == *partner) {
         appendRewritten(out, *paragraph, oldParagraph(*element), Kinship::replaced, view_);
         return;
       }
@@ -562,7 +582,8 @@ class DocumentRewrite {
       writeTable(out, *table, model ? bytesOf(*model) : std::string_view{});
     } else {
       const auto& image = std::get<ImageBlock>(block.kind);
-      MediaMember member{.name = image.name, .data = &image.data,
+      MediaMember member{.name = image.name,
+                         .data = &image.data,
                          .relationshipID = additions_.relationshipFor(image),
                          .extent = imageExtent(image.data)};
       // New drawings take ids above every one the part uses.
@@ -621,7 +642,8 @@ class DocumentRewrite {
         const auto& node = *cells[r][c];
         out += xml.substr(copied, node.start - copied);
         out += "<w:tc>";
-        if (const auto* properties = fragment->child(node, "tcPr")) out += fragment->bytes(*properties);
+        if (const auto* properties = fragment->child(node, "tcPr"))
+          out += fragment->bytes(*properties);
         writeCellContent(out, table.rows[r][c], &*fragment, &node);
         out += "</w:tc>";
         copied = node.end;
@@ -666,6 +688,7 @@ class DocumentRewrite {
   std::vector<bool> same_;
   std::vector<std::size_t> elementOfBlock_;
   std::size_t copyFrom_ = 0, copyTo_ = 0;
+  std::vector<CopiedSpan> copied_;
   bool changed_ = false;
   std::map<std::string, std::vector<std::size_t>, std::less<>> byStyle_;
   std::vector<std::size_t> tables_;
@@ -689,10 +712,11 @@ std::string rewriteNotes(std::string_view xml, std::string_view prologue, const 
 
   std::string out(prologue);
   for (const auto& element : layout.notes) {
-    if (element.separator || !element.number) out += xml.substr(element.span.start, element.span.size());
+    if (element.separator || !element.number)
+      out += xml.substr(element.span.start, element.span.size());
   }
-  const auto firstNote = elementOf.empty() ? std::nullopt
-                                           : std::optional<std::size_t>(elementOf.begin()->second);
+  const auto firstNote =
+      elementOf.empty() ? std::nullopt : std::optional<std::size_t>(elementOf.begin()->second);
   const std::string_view name = kind == NoteKind::endnote ? "endnote" : "footnote";
   for (const auto& note : notes) {
     const auto element = elementOf.find(note.id);
@@ -732,7 +756,8 @@ std::string rewriteNotes(std::string_view xml, std::string_view prologue, const 
         const auto& chosen = paragraphs[std::min(k, paragraphs.size() - 1)];
         model = chosen ? &*chosen : nullptr;
       }
-      const auto kinship = replaced && k < paragraphs.size() ? Kinship::replaced : Kinship::neighbour;
+      const auto kinship =
+          replaced && k < paragraphs.size() ? Kinship::replaced : Kinship::neighbour;
       appendRewritten(out, note.paragraphs[k], model, kinship, view,
                       k == 0 ? std::string_view(mark) : std::string_view{});
     }
@@ -807,7 +832,7 @@ std::size_t boundaryAfter(std::string_view xml, std::size_t from) {
     if (!tag.starts_with("p>") && !tag.starts_with("tbl>")) continue;
     const std::size_t end = xml.find('>', at) + 1;
     const auto next = xml.find_first_not_of(" \t\r\n", end);
-    if (next != std::string_view::npos && xml.substr(next, 4) == "<w:p" ) return end;
+    if (next != std::string_view::npos && xml.substr(next, 4) == "<w:p") return end;
   }
   return std::string_view::npos;
 }
@@ -840,6 +865,7 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   std::string document;
   std::size_t split = std::string::npos;
   std::optional<DocumentLayout> secondPiece;
+  DeflateBlocks oldBlocks;
   Members members;
   MergeEngine::KeyInterner interner;
   std::vector<std::uint32_t> storyKeys;
@@ -847,21 +873,23 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   std::jthread side([&] {
     try {
       Package own(destination);
-      own.stream(kDocumentPart, [&](std::string_view chunk) {
-        document += chunk;
-        pipe.push(chunk);
-      });
+      own.stream(
+          kDocumentPart,
+          [&](std::string_view chunk) {
+            document += chunk;
+            pipe.push(chunk);
+          },
+          oldBlocks);
       split = pipe.split([&](std::size_t handedOut) {
         return boundaryAfter(document, std::max(handedOut, document.size() / 10 * 7));
       });
       pipe.close();
       if (split != std::string::npos) {
         ImportBudget ownBudget;
-        DocumentScanner scanner(styles.map, styleMap,
-                                [&](std::string_view id) {
-                                  return docx::loadImage(own, relationships.targets, id);
-                                },
-                                ownBudget);
+        DocumentScanner scanner(
+            styles.map, styleMap,
+            [&](std::string_view id) { return docx::loadImage(own, relationships.targets, id); },
+            ownBudget);
         scanner.feed(kBodyOpening);
         scanner.feed(std::string_view(document).substr(split));
         secondPiece = scanner.finish();
@@ -875,11 +903,10 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   });
 
   ImportBudget budget;
-  DocumentScanner scanner(styles.map, styleMap,
-                          [&](std::string_view id) {
-                            return docx::loadImage(package, relationships.targets, id);
-                          },
-                          budget);
+  DocumentScanner scanner(
+      styles.map, styleMap,
+      [&](std::string_view id) { return docx::loadImage(package, relationships.targets, id); },
+      budget);
   try {
     while (auto chunk = pipe.pop()) scanner.feed(*chunk);
   } catch (...) {
@@ -926,7 +953,11 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   auto rewritten = rewrite.run();
   // A part that comes out as it went in stays as it was, without even the
   // declaration of "w".
-  if (rewrite.changed()) replaced.emplace(kDocumentPart, std::move(rewritten));
+  std::vector<CopiedSpan> copied{{0, document.size(), 0}};
+  if (rewrite.changed()) {
+    replaced.emplace(kDocumentPart, std::move(rewritten));
+    copied = rewrite.copied();
+  }
 
   std::vector<Footnote> notesOf[2];
   for (const auto& note : footnotes) notesOf[isEndnote(note.id) ? 1 : 0].push_back(note);
@@ -935,8 +966,9 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
     const std::string part = endnote ? "word/endnotes.xml" : "word/footnotes.xml";
     const auto& notes = notesOf[endnote ? 1 : 0];
     if (const auto* old = members.find(part)) {
-      const auto notesLayout = scanNotes(text(*old), endnote ? "endnote" : "footnote",
-                                         endnote ? kEndnoteOffset : 0, styles.map, styleMap, budget);
+      const auto notesLayout =
+          scanNotes(text(*old), endnote ? "endnote" : "footnote", endnote ? kEndnoteOffset : 0,
+                    styles.map, styleMap, budget);
       if (!notesLayout) throw DocxError::parseFailed(part);
       if (notesLayout->footnotes == notes) continue;
       const auto notesPrologue = withWordPrefix(text(*old).substr(0, notesLayout->content.start));
@@ -959,10 +991,14 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   std::vector<PackageMember> out;
   for (const auto& name : members.order) {
     const auto changed = replaced.find(name);
-    if (changed != replaced.end()) {
+    if (name == kDocumentPart) {
+      // Its unchanged stretches keep their compressed form.
+      out.push_back({.path = name,
+                     .bytes = changed != replaced.end() ? changed->second : document,
+                     .old = &oldBlocks,
+                     .copied = copied});
+    } else if (changed != replaced.end()) {
       out.push_back({name, changed->second});
-    } else if (name == kDocumentPart) {
-      out.push_back({name, document});
     } else {
       out.push_back({name, text(members.bytes.at(name))});
     }

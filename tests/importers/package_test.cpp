@@ -3,6 +3,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <optional>
 #include <random>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "importers/docx_error.h"
+#include "importers/parallel_deflate.h"
 #include "support/fixtures.h"
 
 namespace inkharbour {
@@ -168,6 +170,131 @@ TEST(PackageLimits, InflatedBytesAreCountedPerMemberPerPackageObjectAndAgainstTh
               limitError("bomb.xml inflates to more than 100 times its compressed size, the limit "
                          "for one member"));
   EXPECT_LT(delivered, 8u << 20);
+}
+
+// Raw deflate as zlib writes it with these settings, flushing every
+// `flushEvery` bytes when that is not 0.
+std::string deflated(std::string_view text, int level, int strategy, int flush,
+                     std::size_t flushEvery) {
+  z_stream stream{};
+  EXPECT_EQ(deflateInit2(&stream, level, Z_DEFLATED, -15, 8, strategy), Z_OK);
+  std::string out(deflateBound(&stream, text.size()) + text.size() / 1000 + 1024, '\0');
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.size());
+  for (std::size_t at = 0; at < text.size() || at == 0;) {
+    const std::size_t length = flushEvery ? std::min(flushEvery, text.size() - at) : text.size();
+    stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(text.data() + at));
+    stream.avail_in = static_cast<uInt>(length);
+    at += length;
+    EXPECT_NE(deflate(&stream, at >= text.size() ? Z_FINISH : flush), Z_STREAM_ERROR);
+    if (text.empty()) break;
+  }
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+std::string inflated(const std::string& raw) {
+  DeflateBlocks blocks{.compressed = raw, .blocks = {}};
+  std::string text, error;
+  std::vector<char> buffer(1 << 16);
+  EXPECT_TRUE(inflateNotingBlocks(
+      blocks, buffer, [&](std::string_view chunk, std::uint64_t) { text += chunk; }, error))
+      << error;
+  return text;
+}
+
+TEST(DeflateReuse, EditedTextTakesOverTheOldBlocksOfEveryStreamShapeAndInflatesAsTheNewText) {
+  std::string old;
+  std::mt19937 random(7);
+  while (old.size() < 700'000) {
+    old += "<w:p><w:r><w:t>" + std::to_string(random()) + " words " +
+           std::to_string(random() % 97) + "</w:t></w:r></w:p>";
+  }
+  // Edits at the very start, in the middle (replaced and deleted text) and
+  // at the end, and none at all.
+  const std::size_t third = old.size() / 3;
+  const std::string added = "<w:p><w:r><w:t>Our own.</w:t></w:r></w:p>";
+  std::string edited = added + old.substr(0, third) + added + old.substr(third + 500, third) +
+                       old.substr(2 * third + 600) + added;
+  const std::vector<CopiedSpan> editedSpans = {
+      {0, third, added.size()},
+      {third + 500, 2 * third + 500, 2 * added.size() + third},
+      {2 * third + 600, old.size(), 2 * added.size() + 2 * third},
+  };
+  const struct {
+    int level, strategy, flush;
+    std::size_t flushEvery;
+  } shapes[] = {
+      {6, Z_DEFAULT_STRATEGY, Z_NO_FLUSH, 0}, {1, Z_DEFAULT_STRATEGY, Z_SYNC_FLUSH, 50'000},
+      {9, Z_FIXED, Z_FULL_FLUSH, 70'000},     {6, Z_HUFFMAN_ONLY, Z_NO_FLUSH, 0},
+      {0, Z_DEFAULT_STRATEGY, Z_NO_FLUSH, 0}, {6, Z_RLE, Z_PARTIAL_FLUSH, 30'000}};
+  for (const auto& shape : shapes) {
+    SCOPED_TRACE(::testing::Message() << "level " << shape.level << ", strategy " << shape.strategy
+                                      << ", flush " << shape.flush);
+    DeflateBlocks blocks{
+        .compressed = deflated(old, shape.level, shape.strategy, shape.flush, shape.flushEvery),
+        .blocks = {}};
+    std::string text, error;
+    std::vector<char> buffer(1 << 16);
+    ASSERT_TRUE(inflateNotingBlocks(
+        blocks, buffer, [&](std::string_view chunk, std::uint64_t) { text += chunk; }, error));
+    ASSERT_TRUE(text == old);
+    EXPECT_GT(blocks.blocks.size(), 3u);
+
+    for (const auto& [bytes, spans] :
+         {std::pair{edited, editedSpans},
+          std::pair{old, std::vector<CopiedSpan>{{0, old.size(), 0}}}}) {
+      const auto result = deflateReusing(bytes, blocks, spans, 2);
+      EXPECT_TRUE(inflated(result.data) == bytes);
+      EXPECT_EQ(result.crc32, crc32(0, reinterpret_cast<const Bytef*>(bytes.data()),
+                                    static_cast<uInt>(bytes.size())));
+      // Huffman-only blocks are far larger than level 2 makes them: the
+      // size shows they were taken over.
+      if (shape.strategy == Z_HUFFMAN_ONLY) {
+        EXPECT_GT(result.data.size(), deflateInParallel(bytes, 2).data.size() * 3 / 2);
+      }
+    }
+  }
+  EXPECT_EQ(inflated(deflateReusing("", DeflateBlocks{}, {}, 2).data), "");
+}
+
+TEST(DeflateReuse, APackageMemberReadNotingItsBlocksIsWrittenBackFromThem) {
+  TempDir dir;
+  std::string prose;
+  for (unsigned i = 0; prose.size() < (5u << 20); ++i) {
+    prose += std::to_string(i * 2654435761u % 100003) + (i % 7 == 0 ? "\n" : " ");
+  }
+  testing::writePackage(dir / "p.docx", {{"big.xml", prose}, {"small.xml", "small"}});
+  Package package(dir / "p.docx");
+  for (const auto& [member, text] :
+       {std::pair{"big.xml", prose}, std::pair{"small.xml", std::string("small")}}) {
+    DeflateBlocks blocks;
+    std::string read;
+    ASSERT_TRUE(package.stream(
+        member, [&](std::string_view chunk) { read += chunk; }, blocks));
+    EXPECT_TRUE(read == text);
+    EXPECT_FALSE(blocks.blocks.empty());
+  }
+  DeflateBlocks blocks;
+  package.stream(
+      "big.xml", [](std::string_view) {}, blocks);
+  const std::string edited = prose.substr(0, 3u << 20) + "new" + prose.substr((3u << 20) + 10);
+  ZipTool::writePackage(
+      {{.path = "big.xml",
+        .bytes = edited,
+        .old = &blocks,
+        .copied = {{0, 3u << 20, 0}, {(3u << 20) + 10, prose.size(), (3u << 20) + 3}}}},
+      dir / "q.docx");
+  EXPECT_EQ(Package(dir / "q.docx").read("big.xml"), bytesOf(edited));
+  // A damaged stream is an archive error, as it is when read any other way.
+  std::string zip = testing::readFile(dir / "p.docx");
+  zip[zip.find("big.xml") + 7 + 5000] ^= 0x55;
+  testing::writeFile(dir / "bad.docx", zip);
+  Package bad(dir / "bad.docx");
+  EXPECT_THROW(bad.stream(
+                   "big.xml", [](std::string_view) {}, blocks),
+               DocxError);
 }
 
 TEST(PackageWrite, MembersReplaceTheOldFileByteExactUnderExactlyTheirNames) {
