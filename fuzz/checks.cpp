@@ -41,7 +41,7 @@ ImportResult writeAndRead(const std::vector<Block>& blocks, const std::vector<Fo
   try {
     DocxWriter::write(blocks, footnotes, path);
     return DocxReader::readAs(path, LinkKind::word, StyleMap{}, limits,
-                              DocxReader::DamagedNotes::fail);
+                              DocxReader::DamagedParts::fail);
   } catch (const std::exception& error) {
     fail(std::string("writing and reading back failed: ") + error.what(),
          describe(blocks, footnotes));

@@ -31,7 +31,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!fuzz::writePackageInput(path, {data, size})) return 0;
   // Both treatments of a damaged notes part, chosen by the input.
   const auto damaged =
-      size % 2 == 0 ? DocxReader::DamagedNotes::readAsNone : DocxReader::DamagedNotes::fail;
+      size % 2 == 0 ? DocxReader::DamagedParts::readAsAbsent : DocxReader::DamagedParts::fail;
   ImportResult read;
   try {
     read = DocxReader::readAs(path, LinkKind::word, kStyleMap, kLimits, damaged);

@@ -138,7 +138,7 @@ LinkReadResult readLinkedFile(const LinkReadRequest& request) {
     result.ticket = request.ticket;
     try {
       const auto content = DocxReader::read(request.ticket.path, request.styleMap, {},
-                                            DocxReader::DamagedNotes::fail);
+                                            DocxReader::DamagedParts::fail);
       result.digest = linkDigest(content.blocks, content.footnotes);
     } catch (const DocxError&) {
       // The package itself is broken: it stays so until the file changes.
@@ -277,7 +277,7 @@ LinkStatusCache::LinkedRead LinkStatusCache::read(const Uuid& storyID,
   const std::int64_t start = clock_();
   const auto identity = stat_(path);
   ++fileReads_;
-  LinkedRead result{.content = DocxReader::read(path, styleMap, {}, DocxReader::DamagedNotes::fail),
+  LinkedRead result{.content = DocxReader::read(path, styleMap, {}, DocxReader::DamagedParts::fail),
                     .digest = {}};
   result.digest = linkDigest(result.content.blocks, result.content.footnotes);
   Entry& entry = change(storyID);

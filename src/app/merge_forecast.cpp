@@ -120,7 +120,7 @@ std::optional<MergeForecast> runForecast(const ForecastRequest& request) {
   try {
     // As Update Link reads it: damaged notes are no deleted notes.
     const ImportResult external =
-        DocxReader::read(request.link.path, request.styleMap, {}, DocxReader::DamagedNotes::fail);
+        DocxReader::read(request.link.path, request.styleMap, {}, DocxReader::DamagedParts::fail);
     return forecastMerge(request.link, request.blocks, request.footnotes, external);
   } catch (...) {
     // A file that cannot be read has no forecast; its link shows as missing.

@@ -113,8 +113,10 @@ MergeOutcome mergeLineFiles(const MergeRequest& request) {
 
 MergeOutcome mergeBlockFiles(const MergeRequest& request) {
   auto sides = readSides(request, [&](const std::filesystem::path& path) {
-    return request.kind ? DocxReader::readAs(path, *request.kind, StyleMap{})
-                        : DocxReader::read(path, StyleMap{});
+    // A damaged notes, styles or relationships part is an error, not a
+    // side that deleted every note, heading or picture.
+    return DocxReader::readAs(path, kindOf(path, request.kind), StyleMap{}, {},
+                              DocxReader::DamagedParts::fail);
   });
   MergeOutcome outcome =
       mergeContents(std::move(sides->base), std::move(sides->local), std::move(sides->external));

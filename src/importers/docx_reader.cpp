@@ -24,39 +24,39 @@ std::string lowerExtension(const std::filesystem::path& path) {
   return text::lowercased(extension);
 }
 
-// Parses an optional part as far as it is well-formed. A part that declares
-// a document type is refused before its first element, so it yields nothing.
+// Reads an optional part: one that is absent reads as nothing. One that is
+// present but damaged reads as far as it is well-formed, or is an error
+// naming it when `damaged` says so.
 template <typename Parser>
-Parser parseOptional(Package& package, std::string_view member, Parser parser) {
-  const auto bytes = package.readOptional(member);
-  if (!bytes) return parser;
+Parser parseOptional(Package& package, std::string_view member, Parser parser,
+                     DocxReader::DamagedParts damaged = DocxReader::DamagedParts::readAsAbsent) {
+  const bool strict = damaged == DocxReader::DamagedParts::fail && package.has(member);
+  const auto bytes = strict ? package.read(member) : package.readOptional(member);
+  if (!bytes) {
+    // Listed but unreadable from its first byte (an unknown method, a
+    // damaged start): no value from read(), but no absent part either.
+    if (strict) throw DocxError::unzipFailed(std::string(member) + ": the part cannot be read");
+    return parser;
+  }
   XmlParser xml(parser);
   xml.feed(asText(*bytes), true);
+  if (strict && !xml.succeeded()) throw DocxError::parseFailed(std::string(member));
   return parser;
 }
 
 std::vector<Footnote> readNotes(Package& package, std::string_view member,
                                 const StyleNames& styleNames, const StyleMap& styleMap,
                                 std::string_view element, std::int64_t idOffset,
-                                DocxReader::DamagedNotes damaged) {
-  const bool strict = damaged == DocxReader::DamagedNotes::fail && package.has(member);
-  const auto bytes = strict ? package.read(member) : package.readOptional(member);
-  if (!bytes) {
-    // Listed but unreadable from its first byte (an unknown method, a
-    // damaged start): no value from read(), but no absent part either.
-    if (strict) throw DocxError::unzipFailed(std::string(member) + ": the part cannot be read");
-    return {};
-  }
-  docx::NotesParser notes(styleNames, styleMap, package.budget(), std::string(member), element,
-                          idOffset);
-  XmlParser xml(notes);
-  xml.feed(asText(*bytes), true);
-  if (strict && !xml.succeeded()) throw DocxError::parseFailed(std::string(member));
-  return std::move(notes.footnotes());
+                                DocxReader::DamagedParts damaged) {
+  return std::move(parseOptional(package, member,
+                                 docx::NotesParser(styleNames, styleMap, package.budget(),
+                                                   std::string(member), element, idOffset),
+                                 damaged)
+                       .footnotes());
 }
 
 ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMap,
-                      const ImportLimits& limits, DocxReader::DamagedNotes damagedNotes) {
+                      const ImportLimits& limits, DocxReader::DamagedParts damagedParts) {
   Package package(path, limits);
   if (!package.has(kDocumentPart)) {
     // A file that is gone or unreadable says so; one that opens is no package.
@@ -64,9 +64,11 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
     throw DocxError::missingEntry(std::string(kDocumentPart));
   }
 
-  const StyleNames styleNames = parseOptional(package, "word/styles.xml", docx::StylesParser{}).map;
-  const auto relationships =
-      parseOptional(package, "word/_rels/document.xml.rels", docx::RelationshipsParser{}).map;
+  const StyleNames styleNames =
+      parseOptional(package, "word/styles.xml", docx::StylesParser{}, damagedParts).map;
+  const auto relationships = parseOptional(package, "word/_rels/document.xml.rels",
+                                           docx::RelationshipsParser{}, damagedParts)
+                                 .map;
 
   auto loadImage = [&](std::string_view id) { return docx::loadImage(package, relationships, id); };
 
@@ -83,9 +85,9 @@ ImportResult readDocx(const std::filesystem::path& path, const StyleMap& styleMa
 
   ImportResult result{.blocks = std::move(body.blocks()), .footnotes = {}};
   result.footnotes =
-      readNotes(package, "word/footnotes.xml", styleNames, styleMap, "footnote", 0, damagedNotes);
+      readNotes(package, "word/footnotes.xml", styleNames, styleMap, "footnote", 0, damagedParts);
   auto endnotes =
-      readNotes(package, "word/endnotes.xml", styleNames, styleMap, "endnote", 10000, damagedNotes);
+      readNotes(package, "word/endnotes.xml", styleNames, styleMap, "endnote", 10000, damagedParts);
   for (auto& note : endnotes) result.footnotes.push_back(std::move(note));
   return result;
 }
@@ -107,15 +109,15 @@ std::vector<std::string> paragraphStyleNames(const std::filesystem::path& path) 
 }
 
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
-                  const ImportLimits& limits, DamagedNotes damagedNotes) {
-  return readAs(path, linkKind(path), styleMap, limits, damagedNotes);
+                  const ImportLimits& limits, DamagedParts damagedParts) {
+  return readAs(path, linkKind(path), styleMap, limits, damagedParts);
 }
 
 ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
-                    const ImportLimits& limits, DamagedNotes damagedNotes) {
+                    const ImportLimits& limits, DamagedParts damagedParts) {
   switch (kind) {
     case LinkKind::word:
-      return readDocx(path, styleMap, limits, damagedNotes);
+      return readDocx(path, styleMap, limits, damagedParts);
     case LinkKind::excel: {
       ImportResult result;
       result.blocks.push_back(Block{.id = Uuid::random(), .kind = XlsxReader::read(path, limits)});

@@ -21,28 +21,29 @@ struct ImportResult {
 
 namespace DocxReader {
 
-// What a notes part (word/footnotes.xml, word/endnotes.xml) that is present
-// but cannot be read or parsed stands for. Placing a file and --dump take it
-// for no notes, as any optional part; a link's status and Update Link must
-// not, or the merge would take every note for deleted in the file.
-enum class DamagedNotes { readAsNone, fail };
+// What an optional part the story depends on (the notes, the styles, the
+// document's relationships) that is present but cannot be read or parsed
+// stands for. Placing a file and --dump read it as absent; a link's status,
+// Update Link and a merge must not, or the merge would take every note, every
+// heading or every picture for deleted or changed in the file.
+enum class DamagedParts { readAsAbsent, fail };
 
 // Reads the file by its extension, lower-cased: "docx" as Word, "xlsx" as a
 // workbook, anything else as plain text. Word style names are mapped through
 // `styleMap` first, then the built-in rules. Throws DocxError for a package
-// that cannot be read (with DamagedNotes::fail, also for a damaged notes
-// part, naming it), std::filesystem_error for a file that cannot be opened
+// that cannot be read (with DamagedParts::fail, also for a damaged
+// optional part, naming it), std::filesystem_error for a file that cannot be opened
 // (no such file, no permission, not a regular file) and for a text file that
 // is not UTF-8.
 ImportResult read(const std::filesystem::path& path, const StyleMap& styleMap,
                   const ImportLimits& limits = {},
-                  DamagedNotes damagedNotes = DamagedNotes::readAsNone);
+                  DamagedParts damagedParts = DamagedParts::readAsAbsent);
 
 // Reads the file as the given kind whatever its name (a merge driver's
 // temporary files have none).
 ImportResult readAs(const std::filesystem::path& path, LinkKind kind, const StyleMap& styleMap,
                     const ImportLimits& limits = {},
-                    DamagedNotes damagedNotes = DamagedNotes::readAsNone);
+                    DamagedParts damagedParts = DamagedParts::readAsAbsent);
 
 // The names of the paragraph styles a Word package declares, sorted, each
 // once; empty when it declares none or cannot be read.

@@ -11,6 +11,7 @@
 
 #include "cli/document_commands.h"
 #include "cli/dump.h"
+#include "cli/merge_command.h"
 #include "model/document_file.h"
 #include "support/fixtures.h"
 
@@ -173,9 +174,10 @@ TEST(SpecialFiles, AWordFileGoneOrUnreadableSaysWhy) {
   }
 }
 
-// A notes part there but damaged is no "every note deleted": status shows the link missing and
-// Update Link names the part, while --dump still shows what it can.
-TEST(SpecialFiles, ADamagedNotesPartIsAnErrorForStatusAndUpdate) {
+// A notes part there but damaged is no "every note deleted": status shows the link missing,
+// Update Link and a merge name the part, while --dump still shows what it can. So for the
+// styles part, which would turn every heading into body text.
+TEST(SpecialFiles, ADamagedNotesOrStylesPartIsAnErrorForStatusUpdateAndMerge) {
   testing::TempDir dir;
   const auto doc = dir / "book.inkharbour", docx = dir / "noted.docx";
   const testing::Members good{
@@ -200,12 +202,20 @@ TEST(SpecialFiles, ADamagedNotesPartIsAnErrorForStatusAndUpdate) {
       writeFile(docx, bytes);
     }
     EXPECT_THAT(run(doc, {.command = status}).out, ::testing::StartsWith("missing\t"));
-    expectFailure(doc, {.command = update, .story = "noted"},
-                  checksum ? "Could not open archive: word/footnotes.xml: CRC error"
-                           : "Could not parse the document (word/footnotes.xml).");
+    const std::string message = checksum ? "Could not open archive: word/footnotes.xml: CRC error"
+                                         : "Could not parse the document (word/footnotes.xml).";
+    expectFailure(doc, {.command = update, .story = "noted"}, message);
+    std::ostringstream out, err;
+    EXPECT_EQ(cli::runMerge({.base = docx, .local = docx, .external = docx}, out, err), 2);
+    EXPECT_EQ(err.str(), docx.string() + ": " + message + "\n");
     EXPECT_THAT(testing::dump(DocxReader::read(docx, {})),
                 ::testing::StartsWith("[Body] \u00abTide\u00bb"));
   }
+  testing::Members styled = good;
+  styled["word/styles.xml"] = "<w:styles><w:style w:styleId=\"H\">";
+  writePackage(docx, styled);
+  expectFailure(doc, {.command = update, .story = "noted"},
+                "Could not parse the document (word/styles.xml).");
 }
 
 // Two stories with one id each keep their own file's status; the renewed ids are told and saved.
