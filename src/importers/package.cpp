@@ -12,6 +12,8 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <optional>
+#include <stdexcept>
 
 #include "importers/docx_error.h"
 #include "importers/parallel_deflate.h"
@@ -97,6 +99,38 @@ struct DeflatedSource {
         return -1;
     }
   }
+};
+
+// One deflater for every member below the parallel size: zlib's state is a
+// quarter of a megabyte, more to set up than most parts are to compress.
+class MemberDeflater {
+ public:
+  MemberDeflater() {
+    if (deflateInit2(&stream_, kLevel, Z_DEFLATED, -15, 8, Z_DEFAULT_STRATEGY) != Z_OK) {
+      throw std::bad_alloc();
+    }
+  }
+  ~MemberDeflater() { deflateEnd(&stream_); }
+  MemberDeflater(const MemberDeflater&) = delete;
+  MemberDeflater& operator=(const MemberDeflater&) = delete;
+
+  Deflated operator()(std::string_view bytes) {
+    deflateReset(&stream_);
+    const auto* input = reinterpret_cast<const Bytef*>(bytes.data());
+    Deflated out{
+        .data = std::string(deflateBound(&stream_, bytes.size()), '\0'),
+        .crc32 = static_cast<std::uint32_t>(crc32(0, input, static_cast<uInt>(bytes.size())))};
+    stream_.next_in = const_cast<Bytef*>(input);
+    stream_.avail_in = static_cast<uInt>(bytes.size());
+    stream_.next_out = reinterpret_cast<Bytef*>(out.data.data());
+    stream_.avail_out = static_cast<uInt>(out.data.size());
+    if (deflate(&stream_, Z_FINISH) != Z_STREAM_END) throw std::runtime_error("deflate failed");
+    out.data.resize(stream_.total_out);
+    return out;
+  }
+
+ private:
+  z_stream stream_{};
 };
 
 [[noreturn]] void zipFailed(const std::string& what) {
@@ -241,6 +275,21 @@ bool Package::has(std::string_view member) const {
   return locate(member) >= 0;
 }
 
+// The inflate buffer, large enough for the member's declared size up to one
+// chunk: most members are small, and a large buffer costs more to set up
+// than to use.
+std::span<char> Package::bufferFor(const zip_stat_t& stat) {
+  const std::size_t wanted =
+      (stat.valid & ZIP_STAT_SIZE) != 0
+          ? static_cast<std::size_t>(std::clamp<std::uint64_t>(stat.size + 1, 4096, kChunkSize))
+          : kChunkSize;
+  if (wanted > bufferSize_) {
+    buffer_.reset(new char[wanted]);
+    bufferSize_ = wanted;
+  }
+  return {buffer_.get(), bufferSize_};
+}
+
 // Counts `count` more inflated bytes of a member that has inflated from
 // `compressed` bytes so far, stopping at the member and ratio limits.
 void Package::countInflated(const std::string& name, std::uint64_t delivered, std::uint64_t count,
@@ -283,11 +332,10 @@ bool Package::stream(std::string_view member, const std::function<void(std::stri
   // the member, nor more than the central directory declares. A directory
   // that overstates the size therefore cannot lift the ratio limit.
   const std::uint64_t readBefore = source_->bytesRead;
-  if (!buffer_) buffer_.reset(new char[kChunkSize]);
-  char* buffer = buffer_.get();
+  const auto buffer = bufferFor(stat);
   std::uint64_t delivered = 0;
   for (;;) {
-    const zip_int64_t n = zip_fread(file.get(), buffer, kChunkSize);
+    const zip_int64_t n = zip_fread(file.get(), buffer.data(), buffer.size());
     if (n < 0) {
       if (delivered == 0) return false;
       throw DocxError::unzipFailed(name + ": " + zip_file_strerror(file.get()));
@@ -298,7 +346,7 @@ bool Package::stream(std::string_view member, const std::function<void(std::stri
     if (knowsCompressedSize) compressed = std::min<std::uint64_t>(compressed, stat.comp_size);
     countInflated(name, delivered, count, compressed);
     delivered += count;
-    sink(std::string_view(buffer, count));
+    sink(std::string_view(buffer.data(), count));
   }
   // An empty member is a present member: stream() reports it with no chunks.
   return true;
@@ -340,12 +388,11 @@ bool Package::stream(std::string_view member, const std::function<void(std::stri
     if (compressed.size() > compressedLimit) countInflated(name, 0, compressed.size(), 0);
   }
 
-  if (!buffer_) buffer_.reset(new char[kChunkSize]);
   std::uint64_t delivered = 0;
   uLong crc = crc32(0, nullptr, 0);
   std::string error;
   const bool inflated = inflateNotingBlocks(
-      blocks, std::span(buffer_.get(), kChunkSize),
+      blocks, bufferFor(stat),
       [&](std::string_view chunk, std::uint64_t consumed) {
         countInflated(name, delivered, chunk.size(), consumed);
         delivered += chunk.size();
@@ -435,21 +482,32 @@ void writePackage(const std::vector<PackageMember>& members,
     zip_discard(archive);
     zipFailed(what);
   };
+  std::optional<MemberDeflater> deflater;
   for (const auto& member : members) {
     if (!validMemberName(member.path)) discard("invalid member name \"" + member.path + "\"");
+    // Level 2 packs a book in a quarter of the time of level 6 for files
+    // about a seventh larger.
     const bool reuse = member.old != nullptr && !member.old->blocks.empty();
-    const bool parallel = reuse || member.bytes.size() >= kParallelFrom;
+    Deflated deflated;
+    if (reuse) {
+      deflated = deflateReusing(member.bytes, *member.old, member.copied, kLevel);
+    } else if (member.bytes.size() >= kParallelFrom) {
+      deflated = deflateInParallel(member.bytes, kLevel);
+    } else {
+      if (!deflater) deflater.emplace();
+      deflated = (*deflater)(member.bytes);
+    }
+    // What deflate cannot shrink (a picture, a tiny part) is stored as it is.
+    const bool stored = deflated.data.size() >= member.bytes.size() && !reuse;
     zip_source_t* source = nullptr;
-    if (parallel) {
-      auto* state = new DeflatedSource{
-          .deflated = reuse ? deflateReusing(member.bytes, *member.old, member.copied, kLevel)
-                            : deflateInParallel(member.bytes, kLevel),
-          .size = member.bytes.size()};
+    if (stored) {
+      source = zip_source_buffer(archive, member.bytes.data(), member.bytes.size(), 0);
+    } else {
+      auto* state =
+          new DeflatedSource{.deflated = std::move(deflated), .size = member.bytes.size()};
       zip_error_init(&state->error);
       source = zip_source_function(archive, &DeflatedSource::callback, state);
       if (source == nullptr) delete state;
-    } else {
-      source = zip_source_buffer(archive, member.bytes.data(), member.bytes.size(), 0);
     }
     if (source == nullptr) discard(zip_strerror(archive));
     const zip_int64_t index = zip_file_add(archive, member.path.c_str(), source, ZIP_FL_ENC_UTF_8);
@@ -458,10 +516,9 @@ void writePackage(const std::vector<PackageMember>& members,
       discard(member.path + ": " + zip_strerror(archive));
     }
     const auto at = static_cast<zip_uint64_t>(index);
-    // Level 2 packs a book in a quarter of the time of level 6 for files
-    // about a seventh larger. A pre-deflated member keeps the default method,
-    // under which libzip stores it as it is.
-    if (!parallel) zip_set_file_compression(archive, at, ZIP_CM_DEFLATE, kLevel);
+    // A deflated member keeps the default method, under which libzip takes
+    // the bytes as they are.
+    if (stored) zip_set_file_compression(archive, at, ZIP_CM_STORE, 0);
     zip_file_set_mtime(archive, at, kMemberTime, 0);
   }
   if (zip_close(archive) != 0) {

@@ -24,6 +24,7 @@
 #include "model/story.h"
 
 struct zip;
+struct zip_stat;
 
 namespace inkharbour {
 
@@ -89,6 +90,7 @@ class Package {
   struct CountingSource;
 
   std::int64_t locate(std::string_view member) const;
+  std::span<char> bufferFor(const zip_stat& stat);
   void countInflated(const std::string& name, std::uint64_t delivered, std::uint64_t count,
                      std::uint64_t compressed);
 
@@ -98,6 +100,7 @@ class Package {
   CountingSource* source_ = nullptr;  // the archive's file, owned by archive_
   ImportBudget budget_;
   std::unique_ptr<char[]> buffer_;  // inflate buffer, shared by this package's reads
+  std::size_t bufferSize_ = 0;
   std::map<std::string, std::optional<SharedBytes>, std::less<>> pictures_;  // by member
 };
 
