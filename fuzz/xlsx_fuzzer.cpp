@@ -18,7 +18,7 @@ const ImportLimits kLimits{.memberBytes = 8 << 20,
                            .ratioCheckAfter = 1 << 20,
                            .packageBytes = 32 << 20,
                            .textBytes = 8 << 20,
-                           .items = 1 << 20,
+                           .items = 1 << 15,
                            .tableDepth = 64};
 
 }  // namespace
