@@ -599,12 +599,18 @@ void MainWindow::pushEdits() {
           return;
         }
       }
-    } else if (!dialogs_.confirm(this, tr("Push Edits"),
-                                 tr("Replace the content of “%1” with this story? The file is "
-                                    "rewritten, and neither the push nor the steps before it can "
-                                    "be undone.")
-                                     .arg(file),
-                                 tr("Push Edits"))) {
+    } else if (!dialogs_.confirm(
+                   this, tr("Push Edits"),
+                   (story.link->kind == LinkKind::word
+                        // A Word file is edited in place: what the story does not hold stays.
+                        ? tr("Write this story into “%1”? Its text becomes the story’s; its "
+                             "headers, page layout, styles and comments stay as they are. "
+                             "Neither the push nor the steps before it can be undone.")
+                        : tr("Replace the content of “%1” with this story? The file is "
+                             "rewritten, and neither the push nor the steps before it can "
+                             "be undone."))
+                       .arg(file),
+                   tr("Push Edits"))) {
       return;
     }
   }
