@@ -24,6 +24,7 @@
 #include "model/story.h"
 
 struct zip;
+struct zip_source;
 struct zip_stat;
 
 namespace inkharbour {
@@ -86,6 +87,16 @@ class Package {
 
   ImportBudget& budget() { return budget_; }
 
+  // A libzip source for `into` that copies the member's bytes as they lie in
+  // the file, compressed or not (`stored`); no source when the member is
+  // absent or libzip refuses. The package must stay open until `into` is
+  // closed.
+  struct Copied {
+    zip_source* source = nullptr;
+    bool stored = false;
+  };
+  Copied copiedSource(zip* into, std::string_view member) const;
+
  private:
   struct CountingSource;
 
@@ -117,6 +128,9 @@ struct PackageMember {
   // rather than compressed again.
   const DeflateBlocks* old = nullptr;
   std::vector<CopiedSpan> copied = {};
+  // The package that holds these very bytes under the same name, whose
+  // compressed form is then copied instead of compressing them again.
+  const Package* unchangedIn = nullptr;
 };
 
 namespace ZipTool {

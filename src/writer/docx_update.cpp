@@ -953,11 +953,7 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   auto rewritten = rewrite.run();
   // A part that comes out as it went in stays as it was, without even the
   // declaration of "w".
-  std::vector<CopiedSpan> copied{{0, document.size(), 0}};
-  if (rewrite.changed()) {
-    replaced.emplace(kDocumentPart, std::move(rewritten));
-    copied = rewrite.copied();
-  }
+  if (rewrite.changed()) replaced.emplace(kDocumentPart, std::move(rewritten));
 
   std::vector<Footnote> notesOf[2];
   for (const auto& note : footnotes) notesOf[isEndnote(note.id) ? 1 : 0].push_back(note);
@@ -988,19 +984,23 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   if (auto part = additions.relationshipsPart()) replaced[std::string(kDocumentRels)] = *part;
   if (auto part = additions.contentTypesPart()) replaced[std::string(kContentTypes)] = *part;
 
+  // A file that already holds the story is left alone, its time included.
+  if (replaced.empty() && additions.media().empty()) return;
+
   std::vector<PackageMember> out;
   for (const auto& name : members.order) {
     const auto changed = replaced.find(name);
-    if (name == kDocumentPart) {
-      // Its unchanged stretches keep their compressed form.
+    if (changed == replaced.end()) {
+      // A kept part keeps its compressed bytes too.
       out.push_back({.path = name,
-                     .bytes = changed != replaced.end() ? changed->second : document,
-                     .old = &oldBlocks,
-                     .copied = copied});
-    } else if (changed != replaced.end()) {
-      out.push_back({name, changed->second});
+                     .bytes = name == kDocumentPart ? document : text(members.bytes.at(name)),
+                     .unchangedIn = &package});
+    } else if (name == kDocumentPart) {
+      // Its unchanged stretches keep their compressed form.
+      out.push_back(
+          {.path = name, .bytes = changed->second, .old = &oldBlocks, .copied = rewrite.copied()});
     } else {
-      out.push_back({name, text(members.bytes.at(name))});
+      out.push_back({name, changed->second});
     }
   }
   for (const auto& [name, bytes] : replaced) {
