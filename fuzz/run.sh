@@ -78,7 +78,9 @@ for target in "${targets[@]}"; do
   [ -n "$runs" ] && args+=(-runs="$runs")
   dict="$root/fuzz/$(kind "$target").dict"
   [ -f "$dict" ] && args+=(-dict="$dict")
-  [ "$jobs" -gt 1 ] && args+=(-jobs="$jobs" -workers="$jobs")
+  # One process has no other's findings to pick up: rereading the corpus
+  # would only cost time.
+  if [ "$jobs" -gt 1 ]; then args+=(-jobs="$jobs" -workers="$jobs"); else args+=(-reload=0); fi
   echo "== fuzz_$target: ${seconds}s${runs:+, at most $runs runs}"
   if ! ASAN_OPTIONS="detect_leaks=1:${ASAN_OPTIONS:-}" \
        UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1:${UBSAN_OPTIONS:-}" \
