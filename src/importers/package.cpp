@@ -217,6 +217,10 @@ Package::Package(const std::filesystem::path& archive, const ImportLimits& limit
     ::close(fd);
     return;
   }
+  identity_ = {static_cast<std::uint64_t>(status.st_dev), static_cast<std::uint64_t>(status.st_ino),
+               static_cast<std::uint64_t>(status.st_size),
+               static_cast<std::uint64_t>(status.st_mtim.tv_sec),
+               static_cast<std::uint64_t>(status.st_mtim.tv_nsec)};
   auto* source = new CountingSource{.fd = fd, .size = static_cast<std::uint64_t>(status.st_size)};
   zip_error_init(&source->error);
   zip_source_t* zipSource = zip_source_function_create(&CountingSource::callback, source, nullptr);
@@ -398,6 +402,11 @@ bool Package::stream(std::string_view member, const std::function<void(std::stri
     if (n == 0) break;
     if (compressed.size() > compressedLimit) countInflated(name, 0, compressed.size(), 0);
   }
+  // No compressed bytes at all: an empty member, as libzip reads it too.
+  if (compressed.empty()) {
+    blocks = {};
+    return true;
+  }
 
   std::uint64_t delivered = 0;
   uLong crc = crc32(0, nullptr, 0);
@@ -489,13 +498,12 @@ void writePackage(const std::vector<PackageMember>& members,
   zip_t* archive = zip_open_from_source(target, ZIP_TRUNCATE, &error);
   if (archive == nullptr) zipFailed(zip_error_strerror(&error));
 
-  auto discard = [&](const std::string& what) {
-    zip_discard(archive);
-    zipFailed(what);
-  };
+  // Discarded on every way out but a successful close, a failed deflate
+  // (out of memory) included.
+  std::unique_ptr<zip_t, decltype(&zip_discard)> unclosed(archive, zip_discard);
   std::optional<MemberDeflater> deflater;
   for (const auto& member : members) {
-    if (!validMemberName(member.path)) discard("invalid member name \"" + member.path + "\"");
+    if (!validMemberName(member.path)) zipFailed("invalid member name \"" + member.path + "\"");
     if (member.unchangedIn != nullptr) {
       if (const auto copied = member.unchangedIn->copiedSource(archive, member.path);
           copied.source != nullptr) {
@@ -503,7 +511,7 @@ void writePackage(const std::vector<PackageMember>& members,
             zip_file_add(archive, member.path.c_str(), copied.source, ZIP_FL_ENC_UTF_8);
         if (index < 0) {
           zip_source_free(copied.source);
-          discard(member.path + ": " + zip_strerror(archive));
+          zipFailed(member.path + ": " + zip_strerror(archive));
         }
         const auto at = static_cast<zip_uint64_t>(index);
         // Stored bytes count as uncompressed, which libzip would deflate. The
@@ -536,11 +544,11 @@ void writePackage(const std::vector<PackageMember>& members,
       source = zip_source_function(archive, &DeflatedSource::callback, state);
       if (source == nullptr) delete state;
     }
-    if (source == nullptr) discard(zip_strerror(archive));
+    if (source == nullptr) zipFailed(zip_strerror(archive));
     const zip_int64_t index = zip_file_add(archive, member.path.c_str(), source, ZIP_FL_ENC_UTF_8);
     if (index < 0) {
       zip_source_free(source);
-      discard(member.path + ": " + zip_strerror(archive));
+      zipFailed(member.path + ": " + zip_strerror(archive));
     }
     const auto at = static_cast<zip_uint64_t>(index);
     // A deflated member keeps the default method, under which libzip takes
@@ -548,11 +556,8 @@ void writePackage(const std::vector<PackageMember>& members,
     if (stored) zip_set_file_compression(archive, at, ZIP_CM_STORE, 0);
     zip_file_set_mtime(archive, at, kMemberTime, 0);
   }
-  if (zip_close(archive) != 0) {
-    const std::string what = zip_strerror(archive);
-    zip_discard(archive);
-    zipFailed(what);
-  }
+  if (zip_close(archive) != 0) zipFailed(zip_strerror(archive));
+  unclosed.release();  // closed, and so freed
 
   std::string bytes;
   zip_stat_t stat;

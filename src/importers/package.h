@@ -8,6 +8,7 @@
 // bytes (bad CRC, corrupt deflate data) is DocxError::unzipFailed.
 #pragma once
 
+#include <array>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -40,6 +41,13 @@ class Package {
 
   // True when the file opened as a ZIP archive.
   bool opened() const { return archive_ != nullptr; }
+
+  // True when both opened the same file in the same state (device, inode,
+  // size and modification time), so that parts read through each belong to
+  // one version of it.
+  bool sameFileAs(const Package& other) const {
+    return opened() && other.opened() && identity_ == other.identity_;
+  }
 
   // Why the file itself could not be opened: no such file, no permission,
   // a folder, or no regular file (a FIFO, device or socket is never opened).
@@ -107,6 +115,7 @@ class Package {
 
   std::filesystem::path path_;
   std::error_code openError_;
+  std::array<std::uint64_t, 5> identity_{};
   zip* archive_ = nullptr;
   CountingSource* source_ = nullptr;  // the archive's file, owned by archive_
   ImportBudget budget_;

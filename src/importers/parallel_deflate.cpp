@@ -63,8 +63,10 @@ void compressPiece(std::string_view all, int level, Piece& piece) {
   stream.next_out = reinterpret_cast<Bytef*>(piece.data.data());
   stream.avail_out = static_cast<uInt>(piece.data.size());
   const int result = deflate(&stream, piece.finish ? Z_FINISH : Z_SYNC_FLUSH);
-  const bool done =
-      piece.finish ? result == Z_STREAM_END : (result == Z_OK && stream.avail_in == 0);
+  // A sync flush is complete only when zlib stopped with room to spare.
+  const bool done = piece.finish
+                        ? result == Z_STREAM_END
+                        : (result == Z_OK && stream.avail_in == 0 && stream.avail_out != 0);
   piece.failed = !done;
   piece.data.resize(stream.total_out);
   deflateEnd(&stream);
@@ -223,7 +225,11 @@ void compressAll(std::string_view bytes, int level, std::vector<Piece>& pieces) 
   std::atomic<std::size_t> next{0};
   auto work = [&] {
     for (std::size_t i; (i = next.fetch_add(1)) < pieces.size();) {
-      compressPiece(bytes, level, pieces[i]);
+      try {
+        compressPiece(bytes, level, pieces[i]);
+      } catch (const std::bad_alloc&) {
+        pieces[i].failed = true;  // reported below, on the calling thread
+      }
     }
   };
   const unsigned cores = std::max(1u, std::thread::hardware_concurrency());
@@ -297,6 +303,15 @@ bool inflateNotingBlocks(DeflateBlocks& blocks, std::span<char> buffer,
 
 Deflated deflateReusing(std::string_view bytes, const DeflateBlocks& old,
                         const std::vector<CopiedSpan>& copied, int level) {
+  // Spans that do not fit the new bytes, or overlap, take nothing over.
+  std::size_t end = 0;
+  for (const auto& span : copied) {
+    if (span.to < span.from || span.at < end || span.at > bytes.size() ||
+        span.to - span.from > bytes.size() - span.at) {
+      return deflateInParallel(bytes, level);
+    }
+    end = span.at + (span.to - span.from);
+  }
   const auto runs = reusableRuns(old, copied);
   if (runs.empty()) return deflateInParallel(bytes, level);
   auto pieces = plan(bytes.size(), runs, &old);

@@ -873,6 +873,12 @@ void update(const std::vector<Block>& blocks, const std::vector<Footnote>& footn
   std::jthread side([&] {
     try {
       Package own(destination);
+      // Parts are read through both openings and kept parts copied from the
+      // first: a file saved over in between would mix two versions.
+      if (!own.sameFileAs(package)) {
+        throw DocxError::unzipFailed(destination.filename().string() +
+                                     " changed while it was being read; nothing was written");
+      }
       own.stream(
           kDocumentPart,
           [&](std::string_view chunk) {

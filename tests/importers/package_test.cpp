@@ -236,7 +236,8 @@ TEST(DeflateReuse, EditedTextTakesOverTheOldBlocksOfEveryStreamShapeAndInflatesA
         .compressed = deflated(old, shape.level, shape.strategy, shape.flush, shape.flushEvery),
         .blocks = {}};
     std::string text, error;
-    std::vector<char> buffer(1 << 16);
+    // Block starts are found whatever the output buffer holds.
+    std::vector<char> buffer(shape.level == 1 ? 7 : 1 << 16);
     ASSERT_TRUE(inflateNotingBlocks(
         blocks, buffer, [&](std::string_view chunk, std::uint64_t) { text += chunk; }, error));
     ASSERT_TRUE(text == old);
