@@ -24,6 +24,15 @@ const ImportLimits kLimits{.memberBytes = 8 << 20,
 // A custom mapping, so that it takes part in the style names read.
 const StyleMap kStyleMap{{"heading 1", "Quote"}, {"Title", "Heading 2"}, {"Caption", "Nothing"}};
 
+// A note without paragraphs (an empty one, or one holding only a table) is
+// written with one empty paragraph to carry its mark, and reads back so.
+std::vector<Footnote> asWritten(std::vector<Footnote> notes) {
+  for (auto& note : notes) {
+    if (note.paragraphs.empty()) note.paragraphs.push_back(Paragraph::make("Body", ""));
+  }
+  return fuzz::byId(std::move(notes));
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -43,7 +52,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   const ImportResult back = fuzz::writeAndRead(read.blocks, read.footnotes, kLimits);
   if (fuzz::withoutIds(back.blocks) != fuzz::withoutIds(read.blocks) ||
-      fuzz::byId(back.footnotes) != fuzz::byId(read.footnotes)) {
+      fuzz::byId(back.footnotes) != asWritten(read.footnotes)) {
     fuzz::fail("what was read does not read back the same after writing",
                "read:\n" + fuzz::describe(read.blocks, read.footnotes) + "read back:\n" +
                    fuzz::describe(back.blocks, back.footnotes));
