@@ -23,13 +23,45 @@ bool isModelled(std::string_view name) {
 // Where a run property goes among its siblings: Word refuses a w:rPr whose
 // children are out of the schema's order.
 int rank(std::string_view name) {
-  static constexpr std::array<std::string_view, 39> order = {
-      "rStyle",   "rFonts",     "b",        "bCs",     "i",        "iCs",       "caps",
-      "smallCaps", "strike",    "dstrike",  "outline", "shadow",   "emboss",    "imprint",
-      "noProof",  "snapToGrid", "vanish",   "webHidden", "color",  "spacing",   "w",
-      "kern",     "position",   "sz",       "szCs",    "highlight", "u",        "effect",
-      "bdr",      "shd",        "fitText",  "vertAlign", "rtl",    "cs",        "em",
-      "lang",     "eastAsianLayout", "specVanish", "oMath"};
+  static constexpr std::array<std::string_view, 39> order = {"rStyle",
+                                                             "rFonts",
+                                                             "b",
+                                                             "bCs",
+                                                             "i",
+                                                             "iCs",
+                                                             "caps",
+                                                             "smallCaps",
+                                                             "strike",
+                                                             "dstrike",
+                                                             "outline",
+                                                             "shadow",
+                                                             "emboss",
+                                                             "imprint",
+                                                             "noProof",
+                                                             "snapToGrid",
+                                                             "vanish",
+                                                             "webHidden",
+                                                             "color",
+                                                             "spacing",
+                                                             "w",
+                                                             "kern",
+                                                             "position",
+                                                             "sz",
+                                                             "szCs",
+                                                             "highlight",
+                                                             "u",
+                                                             "effect",
+                                                             "bdr",
+                                                             "shd",
+                                                             "fitText",
+                                                             "vertAlign",
+                                                             "rtl",
+                                                             "cs",
+                                                             "em",
+                                                             "lang",
+                                                             "eastAsianLayout",
+                                                             "specVanish",
+                                                             "oMath"};
   if (name == "rPrChange") return static_cast<int>(order.size()) + 1;
   const auto found = std::find(order.begin(), order.end(), name);
   return found == order.end() ? static_cast<int>(order.size())
@@ -129,8 +161,8 @@ std::string runPropertiesFor(const TextRun& format, const OldParagraph* old, Rea
     }
   }
   // A new look on the old run's fonts and sizes; kept only if it reads back.
-  std::string properties =
-      closest->properties.empty() ? plainProperties(format) : reformatted(closest->properties, format);
+  std::string properties = closest->properties.empty() ? plainProperties(format)
+                                                       : reformatted(closest->properties, format);
   if (!view.formatOf(properties).sameFormat(format)) return plainProperties(format);
   return properties;
 }
@@ -139,7 +171,9 @@ std::string runPropertiesFor(const TextRun& format, const OldParagraph* old, Rea
 
 ReaderView::ReaderView(const docx::StyleNames& fileStyles,
                        std::vector<std::string> paragraphStyleIDs, const StyleMap& styleMap)
-    : fileStyles_(fileStyles), paragraphStyleIDs_(std::move(paragraphStyleIDs)), styleMap_(styleMap) {}
+    : fileStyles_(fileStyles),
+      paragraphStyleIDs_(std::move(paragraphStyleIDs)),
+      styleMap_(styleMap) {}
 
 namespace {
 
@@ -149,7 +183,7 @@ std::optional<Paragraph> readAlone(const docx::StyleNames& styles, const StyleMa
   docx::BodyParser body(
       styles, styleMap, [](std::string_view) { return std::optional<ImageBlock>(); }, budget,
       "word/document.xml");
-  if (!XmlParser::parse(body, xml) || body.blocks().empty()) return std::nullopt;
+  if (!XmlParser::parse(body, xml) || body.blocks().size() != 1) return std::nullopt;
   const auto* paragraph = std::get_if<Paragraph>(&body.blocks().front().kind);
   return paragraph ? std::optional<Paragraph>(*paragraph) : std::nullopt;
 }
@@ -157,16 +191,21 @@ std::optional<Paragraph> readAlone(const docx::StyleNames& styles, const StyleMa
 }  // namespace
 
 const TextRun& ReaderView::formatOf(std::string_view runProperties) {
-  if (const auto found = formats_.find(runProperties); found != formats_.end()) return found->second;
+  if (const auto found = formats_.find(runProperties); found != formats_.end())
+    return found->second;
   TextRun format;
-  const auto paragraph = readAlone(fileStyles_, styleMap_, budget_,
-                                   "<w:p><w:r>" + std::string(runProperties) +
-                                       "<w:t>x</w:t></w:r></w:p>");
+  const auto paragraph =
+      readAlone(fileStyles_, styleMap_, budget_,
+                "<w:p><w:r>" + std::string(runProperties) + "<w:t>x</w:t></w:r></w:p>");
   if (paragraph && !paragraph->runs.empty()) {
     format = paragraph->runs.front();
     format.text.clear();
   }
   return formats_.emplace(std::string(runProperties), std::move(format)).first->second;
+}
+
+std::optional<Paragraph> ReaderView::paragraphOf(const std::string& paragraphXml) {
+  return readAlone(fileStyles_, styleMap_, budget_, paragraphXml);
 }
 
 const std::string& ReaderView::styleOf(std::string_view paragraphProperties) {
@@ -215,6 +254,7 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
   if (!fragment) return std::nullopt;
   const auto& root = fragment->root();
   OldParagraph old;
+  old.xml = std::string(xml);
   if (const auto* properties = fragment->child(root, "pPr")) {
     old.properties = std::string(fragment->bytes(*properties));
   }
@@ -230,10 +270,10 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
         fragment->inside(node, "moveFrom", root) || fragment->inside(node, "r", root)) {
       continue;
     }
-    const bool marker = node.parent == 0 &&
-                        (node.name == "bookmarkStart" || node.name == "bookmarkEnd" ||
-                         node.name == "commentRangeStart" || node.name == "commentRangeEnd" ||
-                         node.name == "permStart" || node.name == "permEnd");
+    const bool marker =
+        node.parent == 0 && (node.name == "bookmarkStart" || node.name == "bookmarkEnd" ||
+                             node.name == "commentRangeStart" || node.name == "commentRangeEnd" ||
+                             node.name == "permStart" || node.name == "permEnd");
     if (marker) {
       kept.emplace_back(node.start, fragment->bytes(node));
       continue;
@@ -271,14 +311,57 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
   return old;
 }
 
-void appendRewritten(std::string& out, const Paragraph& paragraph, const OldParagraph* old,
-                     Kinship kinship, ReaderView& view, std::string_view markRun) {
-  const bool replaced = old && kinship == Kinship::replaced;
-  out += "<w:p>";
-  out += paragraphProperties(old, paragraph.styleName, kinship, view);
-  if (replaced) out += old->leading;
-  out += markRun;
-  for (const auto& run : paragraph.runs) {
+namespace {
+
+// One byte of a paragraph's text with its look; a note reference is one
+// unit of its own.
+struct Unit {
+  const TextRun* run;
+  char byte;
+};
+
+std::vector<Unit> unitsOf(const std::vector<TextRun>& runs) {
+  std::vector<Unit> units;
+  for (const auto& run : runs) {
+    if (run.footnoteID) {
+      units.push_back({&run, 0});
+      continue;
+    }
+    for (const char c : run.text) units.push_back({&run, c});
+  }
+  return units;
+}
+
+bool sameUnit(const Unit& a, const Unit& b) {
+  if (a.run->footnoteID || b.run->footnoteID) return *a.run == *b.run;
+  return a.byte == b.byte && a.run->sameFormat(*b.run);
+}
+
+bool sameUnits(const std::vector<Unit>& units, const std::vector<Unit>& target, std::size_t at) {
+  return units.size() <= target.size() - at &&
+         std::equal(units.begin(), units.end(), target.begin() + static_cast<std::ptrdiff_t>(at),
+                    sameUnit);
+}
+
+// The runs covering units [from, to), cut at both ends.
+std::vector<TextRun> slice(const std::vector<TextRun>& runs, std::size_t from, std::size_t to) {
+  std::vector<TextRun> out;
+  std::size_t at = 0;
+  for (const auto& run : runs) {
+    const std::size_t length = run.footnoteID ? 1 : run.text.size();
+    const std::size_t begin = std::max(from, at), end = std::min(to, at + length);
+    if (begin < end) {
+      out.push_back(run);
+      if (!run.footnoteID) out.back().text = run.text.substr(begin - at, end - begin);
+    }
+    at += length;
+  }
+  return out;
+}
+
+void appendRuns(std::string& out, const std::vector<TextRun>& runs, const OldParagraph* old,
+                ReaderView& view) {
+  for (const auto& run : runs) {
     out += "<w:r>";
     if (run.footnoteID) {
       out += old && old->noteReferenceProperties
@@ -291,6 +374,102 @@ void appendRewritten(std::string& out, const Paragraph& paragraph, const OldPara
     }
     out += "</w:r>";
   }
+}
+
+// What a changed stretch of the old paragraph holds besides its text:
+// bookmarks, comment anchors, deleted text, field and comment runs.
+void appendTies(std::string& out, const XmlFragment& fragment, int child) {
+  const auto& top = fragment.node(child);
+  const auto& root = fragment.root();
+  for (std::size_t i = static_cast<std::size_t>(child); i < fragment.size(); ++i) {
+    const auto& node = fragment.node(static_cast<int>(i));
+    if (node.start >= top.end) break;
+    if (fragment.inside(node, "r", root) || fragment.inside(node, "del", root) ||
+        fragment.inside(node, "moveFrom", root) || fragment.inside(node, "rPr", root)) {
+      continue;
+    }
+    const bool marker = node.name == "bookmarkStart" || node.name == "bookmarkEnd" ||
+                        node.name == "commentRangeStart" || node.name == "commentRangeEnd" ||
+                        node.name == "permStart" || node.name == "permEnd" || node.name == "del" ||
+                        node.name == "moveFrom";
+    const bool textless = node.name == "r" && !fragment.holds(node, "t") &&
+                          !fragment.holds(node, "tab") && !fragment.holds(node, "br") &&
+                          !fragment.holds(node, "footnoteReference") &&
+                          !fragment.holds(node, "endnoteReference");
+    if (marker || textless) out += fragment.bytes(node);
+  }
+}
+
+// The paragraph written over the old one where only its text changed
+// between two places: every element of the old paragraph before the first
+// change and after the last stays as it was (tracked changes, fields,
+// hyperlinks and all), and only the stretch between is written anew. No
+// value when that would not read back as the story's paragraph.
+std::optional<std::string> rewrittenBetweenChanges(const Paragraph& paragraph,
+                                                   const OldParagraph& old, ReaderView& view) {
+  const auto fragment = XmlFragment::parse(old.xml);
+  if (!fragment) return std::nullopt;
+  const auto& root = fragment->root();
+  // Pictures, text boxes and note marks take the whole-paragraph way.
+  for (const char* name :
+       {"drawing", "pict", "object", "txbxContent", "footnoteRef", "endnoteRef"}) {
+    if (fragment->holds(root, name)) return std::nullopt;
+  }
+  std::vector<int> children;
+  std::vector<std::vector<TextRun>> runs;
+  for (const int index : root.children) {
+    const auto& node = fragment->node(index);
+    if (node.name == "pPr") continue;
+    auto read = view.paragraphOf("<w:p>" + std::string(fragment->bytes(node)) + "</w:p>");
+    if (!read) return std::nullopt;
+    children.push_back(index);
+    runs.push_back(std::move(read->runs));
+  }
+  const auto target = unitsOf(paragraph.runs);
+  std::size_t from = 0, first = 0;
+  for (; first < children.size(); ++first) {
+    const auto units = unitsOf(runs[first]);
+    if (!sameUnits(units, target, from)) break;
+    from += units.size();
+  }
+  std::size_t to = target.size(), last = children.size();
+  for (; last > first; --last) {
+    const auto units = unitsOf(runs[last - 1]);
+    if (units.size() > to - from || !sameUnits(units, target, to - units.size())) break;
+    to -= units.size();
+  }
+  if (first == 0 && last == children.size() && !children.empty()) return std::nullopt;
+
+  std::string out = "<w:p>";
+  out += paragraphProperties(&old, paragraph.styleName, Kinship::replaced, view);
+  for (std::size_t i = 0; i < first; ++i) out += fragment->bytes(fragment->node(children[i]));
+  for (std::size_t i = first; i < last; ++i) appendTies(out, *fragment, children[i]);
+  appendRuns(out, slice(paragraph.runs, from, to), &old, view);
+  for (std::size_t i = last; i < children.size(); ++i) {
+    out += fragment->bytes(fragment->node(children[i]));
+  }
+  out += "</w:p>";
+  const auto back = view.paragraphOf(out);
+  if (!back || *back != paragraph) return std::nullopt;
+  return out;
+}
+
+}  // namespace
+
+void appendRewritten(std::string& out, const Paragraph& paragraph, const OldParagraph* old,
+                     Kinship kinship, ReaderView& view, std::string_view markRun) {
+  const bool replaced = old && kinship == Kinship::replaced;
+  if (replaced && markRun.empty() && !old->xml.empty()) {
+    if (auto kept = rewrittenBetweenChanges(paragraph, *old, view)) {
+      out += *kept;
+      return;
+    }
+  }
+  out += "<w:p>";
+  out += paragraphProperties(old, paragraph.styleName, kinship, view);
+  if (replaced) out += old->leading;
+  out += markRun;
+  appendRuns(out, paragraph.runs, old, view);
   if (replaced) out += old->trailing;
   out += "</w:p>";
 }

@@ -32,6 +32,10 @@ class ReaderView {
   // or nothing).
   const std::string& styleOf(std::string_view paragraphProperties);
 
+  // The paragraph the reader reads from a lone w:p, when it reads as exactly
+  // one paragraph (pictures read as nothing here).
+  std::optional<Paragraph> paragraphOf(const std::string& paragraphXml);
+
   // The w:pStyle value that the reader reads as the style; empty for "Body",
   // which needs none.
   const std::string& styleIDFor(const std::string& styleName);
@@ -58,12 +62,13 @@ struct OldParagraph {
     TextRun format;          // as the reader reads it
     std::string properties;  // the w:rPr as it was, or empty
   };
-  std::string style;                     // as the reader reads it
-  std::string properties;                // the w:pPr as it was, or empty
-  std::vector<Look> looks;               // of each run that holds text
+  std::string style;                                   // as the reader reads it
+  std::string properties;                              // the w:pPr as it was, or empty
+  std::vector<Look> looks;                             // of each run that holds text
   std::optional<std::string> noteReferenceProperties;  // w:rPr of a run citing a note
-  std::string noteMark;                  // the run holding a note's own mark
-  std::string leading, trailing;         // bookmarks, comment anchors, field runs around the text
+  std::string noteMark;                                // the run holding a note's own mark
+  std::string leading, trailing;  // bookmarks, comment anchors, field runs around the text
+  std::string xml;                // the whole w:p
 };
 
 // Reads a w:p element. No value when it is not well-formed.

@@ -114,8 +114,9 @@ TEST(DocxUpdate, AChangedParagraphKeepsItsLookAndUnchangedOnesStayByteForByte) {
       const auto& part :
       {kept, section, std::string(R"(<w:jc w:val="center"/>)"),
        std::string(R"(<w:bookmarkStart w:id="0" w:name="b"/>)"),
-       "<w:rPr>" + font + "<w:b/></w:rPr><w:t xml:space=\"preserve\">Bold words",  // same look
-       "<w:rPr>" + font + "<w:i/></w:rPr>",                                        // new look
+       "<w:rPr>" + font + "<w:b/></w:rPr><w:t>Bold words</w:t></w:r>",         // before the change
+       "<w:rPr>" + font + "</w:rPr><w:t xml:space=\"preserve\"> other words",  // same look
+       "<w:rPr>" + font + "<w:i/></w:rPr>",                                    // new look
        std::string(
            R"(<w:p><w:pPr><w:spacing w:after="240"/></w:pPr><w:r><w:t xml:space="preserve">Added.)"),
        std::string(R"(<w:tblStyle w:val="Grid"/>)"),
@@ -126,6 +127,36 @@ TEST(DocxUpdate, AChangedParagraphKeepsItsLookAndUnchangedOnesStayByteForByte) {
   }
   // The section properties stay last.
   EXPECT_TRUE(document.ends_with(section + "</w:body></w:document>")) << document;
+}
+
+TEST(DocxUpdate, AnEditedParagraphKeepsTrackedChangesLinksAndFieldsOutsideTheChangedWords) {
+  testing::TempDir dir;
+  // A co-author's tracked changes, a hyperlink and a field, before the words edited.
+  const std::string
+      insertion = R"(<w:ins w:id="1" w:author="Co"><w:r><w:t>inserted</w:t></w:r></w:ins>)",
+      deletion = R"(<w:del w:id="2" w:author="Co"><w:r><w:delText>gone</w:delText></w:r></w:del>)",
+      link =
+          R"(<w:hyperlink r:id="rId9"><w:r><w:t xml:space="preserve"> link</w:t></w:r></w:hyperlink>)",
+      field = R"(<w:r><w:instrText>PAGE</w:instrText></w:r>)";
+  const std::string tracked =
+      R"(<w:p><w:r><w:t xml:space="preserve">Start </w:t></w:r>)" + insertion + deletion + link +
+      R"(<w:r><w:fldChar w:fldCharType="begin"/></w:r>)" + field +
+      R"(<w:r><w:fldChar w:fldCharType="separate"/></w:r>)" +
+      R"(<w:r><w:t>1</w:t></w:r><w:r><w:fldChar w:fldCharType="end"/></w:r>)" +
+      R"(<w:r><w:t xml:space="preserve"> end.</w:t></w:r></w:p>)";
+  const fs::path file = dir / "linked.docx";
+  testing::writePackage(
+      file, {{"word/document.xml",
+              testing::documentXml(tracked + "<w:p><w:r><w:t>Next.</w:t></w:r></w:p>")}});
+  auto story = DocxReader::read(file, StyleMap{});
+  auto& edited = std::get<Paragraph>(story.blocks[0].kind);
+  ASSERT_EQ(edited.text(), "Start inserted link1 end.");
+  edited.runs.back().text += " More.";
+  push(story, file, "tracked");
+  const auto document = membersOf(file)["word/document.xml"];
+  for (const auto& part : {insertion, deletion, link, field, std::string(" More.</w:t>")}) {
+    EXPECT_TRUE(holds(document, part)) << part << "\n" << document;
+  }
 }
 
 TEST(DocxUpdate, PicturesAndNotesGainPartsRelationshipsAndContentTypes) {
