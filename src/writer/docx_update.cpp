@@ -508,14 +508,21 @@ class DocumentRewrite {
       }
     }
     // Blocks the story changed pair with the gap's unmatched old blocks of
-    // their kind, in order.
-    for (std::size_t j = from; j < to; ++j) {
-      std::optional<std::size_t> partner = oldOfStory_[j];
-      if (auto& candidates = unmatchedOld[story_[j].kind.index()];
-          !partner && !candidates.empty()) {
-        partner = candidates.front();
-        candidates.pop_front();
+    // their kind, in order; where one side has more, paragraphs pair with
+    // those that read most alike.
+    std::vector<std::optional<std::size_t>> partners(to - from);
+    for (std::size_t kind = 0; kind < 3; ++kind) {
+      std::vector<std::size_t> changed;
+      for (std::size_t j = from; j < to; ++j) {
+        if (!oldOfStory_[j] && story_[j].kind.index() == kind) changed.push_back(j);
       }
+      const std::vector<std::size_t> old(unmatchedOld[kind].begin(), unmatchedOld[kind].end());
+      for (const auto& [j, block] : pairedInOrder(changed, old, kind == 0)) {
+        partners[j - from] = block;
+      }
+    }
+    for (std::size_t j = from; j < to; ++j) {
+      const auto partner = oldOfStory_[j] ? oldOfStory_[j] : partners[j - from];
       writeBlock(out, story_[j], partner, gap.empty() ? 0 : gap.front());
     }
     for (std::size_t i = 0; i < gap.size(); ++i) {
@@ -524,6 +531,64 @@ class DocumentRewrite {
         out += xml_.substr(element.span.start, element.span.size());
       }
     }
+  }
+
+  // Pairs story blocks with old blocks, both in order, as many as can be;
+  // among the ways to leave the extra ones out, paragraphs take the one
+  // whose pairs share the most text at their starts and ends. (In order
+  // from the front when the choice would take too long to weigh.)
+  std::vector<std::pair<std::size_t, std::size_t>> pairedInOrder(
+      const std::vector<std::size_t>& story, const std::vector<std::size_t>& old,
+      bool paragraphs) const {
+    std::vector<std::pair<std::size_t, std::size_t>> pairs;
+    const std::size_t n = story.size(), m = old.size();
+    if (!paragraphs || n == m || n == 0 || m == 0 || n * m > 250'000) {
+      for (std::size_t i = 0; i < std::min(n, m); ++i) pairs.emplace_back(story[i], old[i]);
+      return pairs;
+    }
+    std::vector<std::string> storyText(n), oldText(m);
+    for (std::size_t i = 0; i < n; ++i)
+      storyText[i] = std::get<Paragraph>(story_[story[i]].kind).text();
+    for (std::size_t k = 0; k < m; ++k) {
+      oldText[k] = std::get<Paragraph>(layout_.blocks[old[k]].kind).text();
+    }
+    const auto alike = [&](std::size_t i, std::size_t k) -> std::uint64_t {
+      const std::string& a = storyText[i];
+      const std::string& b = oldText[k];
+      // A rough measure: no more than a line's worth from each end.
+      const std::size_t shortest = std::min({a.size(), b.size(), std::size_t{256}});
+      std::size_t prefix = 0;
+      while (prefix < shortest && a[prefix] == b[prefix]) ++prefix;
+      std::size_t suffix = 0;
+      while (suffix < shortest - prefix && a[a.size() - 1 - suffix] == b[b.size() - 1 - suffix]) {
+        ++suffix;
+      }
+      return prefix + suffix;
+    };
+    // Every pair first counts far more than any text can.
+    constexpr std::uint64_t kPair = std::uint64_t{1} << 40;
+    std::vector<std::uint64_t> best((n + 1) * (m + 1), 0);
+    const auto at = [&](std::size_t i, std::size_t k) -> std::uint64_t& {
+      return best[i * (m + 1) + k];
+    };
+    for (std::size_t i = 1; i <= n; ++i) {
+      for (std::size_t k = 1; k <= m; ++k) {
+        at(i, k) =
+            std::max({at(i - 1, k), at(i, k - 1), at(i - 1, k - 1) + kPair + alike(i - 1, k - 1)});
+      }
+    }
+    for (std::size_t i = n, k = m; i > 0 && k > 0;) {
+      if (at(i, k) == at(i - 1, k)) {
+        --i;
+      } else if (at(i, k) == at(i, k - 1)) {
+        --k;
+      } else {
+        pairs.emplace_back(story[i - 1], old[k - 1]);
+        --i;
+        --k;
+      }
+    }
+    return pairs;
   }
 
   std::string_view bytesOf(std::size_t element) const {

@@ -159,6 +159,24 @@ TEST(DocxUpdate, AnEditedParagraphKeepsTrackedChangesLinksAndFieldsOutsideTheCha
   }
 }
 
+TEST(DocxUpdate, ParagraphsInsertedBeforeEditedOnesLeaveThemTheirOwnProperties) {
+  testing::TempDir dir;
+  const fs::path file = dir / "linked.docx";
+  const std::string
+      alpha =
+          R"(<w:p><w:pPr><w:jc w:val="right"/></w:pPr><w:r><w:t>Alpha first.</w:t></w:r></w:p>)",
+      beta = R"(<w:p><w:pPr><w:ind w:left="720"/></w:pPr><w:r><w:t>Beta second.</w:t></w:r></w:p>)";
+  testing::writePackage(file, {{"word/document.xml", testing::documentXml(alpha + beta)}});
+  auto story = DocxReader::read(file, StyleMap{});
+  for (auto& block : story.blocks) std::get<Paragraph>(block.kind).runs.back().text += " Edited.";
+  story.blocks.insert(story.blocks.begin(), Block{.kind = Paragraph::make("Body", "Inserted.")});
+  push(story, file, "inserted");
+  const auto document = membersOf(file)["word/document.xml"];
+  for (const auto& part : {alpha.substr(0, alpha.size() - 10), beta.substr(0, beta.size() - 10)}) {
+    EXPECT_TRUE(holds(document, part)) << part << "\n" << document;
+  }
+}
+
 TEST(DocxUpdate, PicturesAndNotesGainPartsRelationshipsAndContentTypes) {
   testing::TempDir dir;
   const fs::path file = dir / "linked.docx";
