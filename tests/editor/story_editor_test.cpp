@@ -55,12 +55,10 @@ Block picture() {
 QString shape(const std::vector<Block>& blocks) {
   QStringList parts;
   for (const auto& block : blocks) {
-    if (const auto* p = std::get_if<Paragraph>(&block.kind)) {
-      parts << QString::fromStdString(p->styleName + ":" + p->text());
-    } else {
-      parts << (std::holds_alternative<Table>(block.kind) ? QStringLiteral("table")
-                                                          : QStringLiteral("picture"));
-    }
+    const auto* p = std::get_if<Paragraph>(&block.kind);
+    const bool isTable = std::holds_alternative<Table>(block.kind);
+    parts << (p ? QString::fromStdString(p->styleName + ":" + p->text())
+                : QString::fromLatin1(isTable ? "table" : "picture"));
   }
   return parts.join(QStringLiteral(" | "));
 }
@@ -156,8 +154,9 @@ struct Harness {
     editor.setTextCursor(cursor);
   }
 
-  // Empty when all is well, else what is wrong.
-  QString problem() {
+  // Empty when all is well, else what is wrong. Given `expected`, the
+  // blocks must also read so, as shape gives them.
+  QString problem(const QString& expected = {}) {
     if (!broken.isEmpty()) return broken;
     if (!open.empty()) return QStringLiteral("edits without editFinished");
     const auto shown = editor.blocks();
@@ -177,6 +176,8 @@ struct Harness {
         return QStringLiteral("an object shares block %1").arg(block.blockNumber());
       }
     }
+    if (!expected.isNull() && shape(shown) != expected)
+      return "the blocks read\n" + shape(shown) + "\nnot\n" + expected;
     return {};
   }
 };
@@ -191,10 +192,10 @@ struct FileWindow : QMainWindow {
   }
 };
 
-#define CHECK(h)                              \
-  do {                                        \
-    const QString why = (h).problem();        \
-    QVERIFY2(why.isEmpty(), qPrintable(why)); \
+#define CHECK(h, ...)                             \
+  do {                                            \
+    const QString why = (h).problem(__VA_ARGS__); \
+    QVERIFY2(why.isEmpty(), qPrintable(why));     \
   } while (false)
 
 }  // namespace
@@ -203,42 +204,52 @@ class StoryEditorTest : public QObject {
   Q_OBJECT
 
  private slots:
-  void typingReportsOnlyTheEditedBlock();
+  void typingReportsOnlyTheEditedBlockAndKeepsFootnoteMarks();
   void splittingAndJoiningKeepIDs();
   void applyEditShowsModelEdits();
   void undoKeysAndFileDropsBelongToTheWindow();
   void tablesAndPicturesAreAtomic_data();
   void tablesAndPicturesAreAtomic();
-  void typingBesideAFootnoteMark();
-  void foreignRichTextIsReduced();
-  void copiesPasteWithFreshIDs();
+  void pasteReducesForeignRichTextAndGivesCopiesFreshIDs();
   void formatActions();
   void findReplaceAndHighlight();
-  void wordCounts();
-  void doubleClickOpensATable();
-  void emptyStoryAndNoStory();
-  void reloadKeepsThePlace();
+  void wordCountsAndDoubleClickOnATable();
+  void reloadKeepsThePlaceAndNoStoryTakesNoTyping();
   void layoutPlacesBlocksEndToEnd();
   void randomEditsKeepTheOracle();
 };
 
-void StoryEditorTest::typingReportsOnlyTheEditedBlock() {
-  // The last block holds what a document cannot: it must come back untouched.
+void StoryEditorTest::typingReportsOnlyTheEditedBlockAndKeepsFootnoteMarks() {
+  // The third block holds what a document cannot: it must come back untouched.
   const Block odd{
       .kind = Paragraph{.styleName = "Quote",
                         .runs = {TextRun{.text = ""}, TextRun{.text = "a"}, TextRun{.text = "b"}}}};
-  Harness h({body("zero"), body("one", "Heading 1"), odd});
+  const Block noted{.kind =
+                        Paragraph{.styleName = "Body",
+                                  .runs = {TextRun::footnoteReference(4), TextRun{.text = " Text"},
+                                           TextRun::footnoteReference(5)}}};
+  Harness h({body("zero"), body("one", "Heading 1"), odd, noted});
   h.caret(1, 3);
   QTest::keyClicks(&h.editor, " moree");
   QTest::keyClick(&h.editor, Qt::Key_Backspace);
-  CHECK(h);
+  CHECK(h, "Body:zero | Heading 1:one more | Quote:ab | Body:[4] Text[5]");
+  QVERIFY(h.model[2] == odd);
   QCOMPARE(h.kinds, std::vector<Kind>(7, Kind::typing));
   for (const auto& a : h.done)
     QVERIFY(a.size() == 1 && a[0].first == 1 && a[0].removed.size() == 1 &&
             a[0].inserted.size() == 1);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:zero | Heading 1:one more | Quote:ab"));
-  QVERIFY(h.model[2] == odd);
-  QCOMPARE(h.model[1].id, h.editor.blocks()[1].id);
+
+  // Text typed beside a footnote mark is plain text of its own.
+  h.caret(3, 11);  // after the last mark
+  QTest::keyClicks(&h.editor, " more");
+  h.caret(3, 0);  // before the first
+  QTest::keyClicks(&h.editor, "Lead");
+  CHECK(h);
+  QVERIFY(paragraphOf(h.model[3]).runs ==
+          (std::vector<TextRun>{TextRun{.text = "Lead"}, TextRun::footnoteReference(4),
+                                TextRun{.text = " Text"}, TextRun::footnoteReference(5),
+                                TextRun{.text = " more"}}));
+  QVERIFY(!h.editor.hasCharacterFormat(StoryEditor::CharacterFormat::superscript));
 }
 
 void StoryEditorTest::splittingAndJoiningKeepIDs() {
@@ -247,21 +258,18 @@ void StoryEditorTest::splittingAndJoiningKeepIDs() {
   const Uuid gamma = h.model[1].id;
   h.caret(0, 5);
   QTest::keyClick(&h.editor, Qt::Key_Return);
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:alpha | Body: beta | Body:gamma"));
+  CHECK(h, "Body:alpha | Body: beta | Body:gamma");
   QCOMPARE(h.model[0].id, alpha);
 
   // At the very start the text moves down and keeps its id.
   h.caret(2, 0);
   QTest::keyClick(&h.editor, Qt::Key_Return);
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:alpha | Body: beta | Body: | Body:gamma"));
+  CHECK(h, "Body:alpha | Body: beta | Body: | Body:gamma");
   QCOMPARE(h.model[3].id, gamma);
 
   h.caret(1, 0);
   QTest::keyClick(&h.editor, Qt::Key_Backspace);
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:alpha beta | Body: | Body:gamma"));
+  CHECK(h, "Body:alpha beta | Body: | Body:gamma");
   QCOMPARE(h.model[0].id, alpha);
 
   // Enter in an empty paragraph keeps its style and id (Qt's own would
@@ -272,14 +280,11 @@ void StoryEditorTest::splittingAndJoiningKeepIDs() {
   const Uuid empty = h.model[1].id;
   h.editor.setParagraphStyle(QStringLiteral("Heading 2"));
   QTest::keyClick(&h.editor, Qt::Key_Return);
-  CHECK(h);
-  QCOMPARE(shape(h.model),
-           QStringLiteral("Heading 1:alpha beta | Heading 2: | Body: | Body:gamma"));
+  CHECK(h, "Heading 1:alpha beta | Heading 2: | Body: | Body:gamma");
   QCOMPARE(h.model[1].id, empty);
   h.select(0, 6, 3, 2);
   QTest::keyClick(&h.editor, Qt::Key_Return);
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Heading 1:alpha  | Heading 1:mma"));
+  CHECK(h, "Heading 1:alpha  | Heading 1:mma");
   QCOMPARE(h.kinds, std::vector<Kind>(7, Kind::other));
 }
 
@@ -293,9 +298,7 @@ void StoryEditorTest::applyEditShowsModelEdits() {
   h.apply(4, 0, {picture()});
   h.apply(2, 0,
           {Block{.kind = Paragraph{.styleName = "Quote", .runs = {{.text = ""}, {.text = "c"}}}}});
-  CHECK(h);
-  QCOMPARE(shape(h.model),
-           QStringLiteral("Body:a b | table | Quote:c | Body:one | Body:two three | picture"));
+  CHECK(h, "Body:a b | table | Quote:c | Body:one | Body:two three | picture");
   QCOMPARE(h.editor.wordCount(), qint64(6));
   h.apply(1, 4, {});
   CHECK(h);
@@ -420,13 +423,10 @@ void StoryEditorTest::tablesAndPicturesAreAtomic() {
     key == u'\x7f' ? QTest::keyClick(&h.editor, Qt::Key_Delete)
                    : QTest::keyClicks(&h.editor, QString(key));
   }
-  CHECK(h);
-  QCOMPARE(shape(h.model), expected);
+  CHECK(h, expected);
   for (const auto& block : h.model) {
-    if (!std::holds_alternative<Paragraph>(block.kind)) {
-      const auto& original = std::holds_alternative<Table>(block.kind) ? start[1] : start[3];
-      QVERIFY(block == original);
-    }
+    if (std::holds_alternative<Table>(block.kind)) QVERIFY(block == start[1]);
+    if (std::holds_alternative<ImageBlock>(block.kind)) QVERIFY(block == start[3]);
   }
   // Whatever happened was one action.
   QCOMPARE(h.kinds, std::vector<Kind>{Kind::other});
@@ -435,24 +435,7 @@ void StoryEditorTest::tablesAndPicturesAreAtomic() {
   QVERIFY(h.model == start);
 }
 
-void StoryEditorTest::typingBesideAFootnoteMark() {
-  const Block noted{.kind =
-                        Paragraph{.styleName = "Body",
-                                  .runs = {TextRun::footnoteReference(4), TextRun{.text = " Text"},
-                                           TextRun::footnoteReference(5)}}};
-  Harness h({noted});
-  h.caret(0, 11);  // after the last mark
-  QTest::keyClicks(&h.editor, " more");
-  h.caret(0, 0);  // before the first
-  QTest::keyClicks(&h.editor, "Lead");
-  CHECK(h);
-  QVERIFY(paragraphOf(h.model[0]).runs ==
-          (std::vector<TextRun>{{.text = "Lead"}, TextRun::footnoteReference(4), {.text = " Text"},
-                                TextRun::footnoteReference(5), {.text = " more"}}));
-  QVERIFY(!h.editor.hasCharacterFormat(StoryEditor::CharacterFormat::superscript));
-}
-
-void StoryEditorTest::foreignRichTextIsReduced() {
+void StoryEditorTest::pasteReducesForeignRichTextAndGivesCopiesFreshIDs() {
   Harness h({body("before"), body("")});
   auto* data = new QMimeData;
   data->setHtml(QStringLiteral(
@@ -471,11 +454,9 @@ void StoryEditorTest::foreignRichTextIsReduced() {
   QGuiApplication::clipboard()->setMimeData(data);
   h.caret(1, 0);
   h.editor.paste();
-  CHECK(h);
-  QCOMPARE(
-      shape(h.model),
-      QStringLiteral("Body:before | Heading 1:Chapter One | Body:Plain bold it link black red2 | "
-                     "Title:Big Title | Quote:Quoted | Heading 2:Small heading | table"));
+  CHECK(h,
+        "Body:before | Heading 1:Chapter One | Body:Plain bold it link black red2 | "
+        "Title:Big Title | Quote:Quoted | Heading 2:Small heading | table");
   const std::vector<TextRun> expected = {
       TextRun{.text = "Plain "},
       TextRun{.text = "bold", .bold = true},
@@ -490,25 +471,21 @@ void StoryEditorTest::foreignRichTextIsReduced() {
   QCOMPARE(pasted.rows.size(), std::size_t(2));
   QCOMPARE(pasted.rows[1].size(), std::size_t(1));
   QVERIFY(pasted.rows[0][1].paragraphs[0].runs[0].bold);
-}
 
-void StoryEditorTest::copiesPasteWithFreshIDs() {
-  Harness h({body("first"), table(), body("second"), body("end")});
-  h.select(0, 3, 2, 3);
-  h.editor.copy();
-  h.caret(3, 3);
-  h.editor.paste();
-  CHECK(h);
-  QCOMPARE(shape(h.model),
-           QStringLiteral("Body:first | table | Body:second | Body:endst | table | Body:sec"));
-  QCOMPARE(std::get<Table>(h.model[4].kind), std::get<Table>(h.model[1].kind));
-  QVERIFY(h.model[4].id != h.model[1].id);
+  // The editor's own copies keep everything but the ids (CHECK finds them unique).
+  Harness c({body("first"), table(), body("second"), body("end")});
+  c.select(0, 3, 2, 3);
+  c.editor.copy();
+  c.caret(3, 3);
+  c.editor.paste();
+  CHECK(c, "Body:first | table | Body:second | Body:endst | table | Body:sec");
+  QCOMPARE(std::get<Table>(c.model[4].kind), std::get<Table>(c.model[1].kind));
 
   QGuiApplication::clipboard()->setText(QStringLiteral("one\ntwo"));
-  h.caret(0, 0);
-  h.editor.pastePlainText();
-  CHECK(h);
-  QCOMPARE(shape(h.model).section(QStringLiteral(" | "), 0, 1),
+  c.caret(0, 0);
+  c.editor.pastePlainText();
+  CHECK(c);
+  QCOMPARE(shape(c.model).section(QStringLiteral(" | "), 0, 1),
            QStringLiteral("Body:one | Body:twofirst"));
 }
 
@@ -521,13 +498,11 @@ void StoryEditorTest::formatActions() {
   QVERIFY(paragraphOf(h.model[0]).runs[1] == (TextRun{.text = "two", .bold = true}));
   QVERIFY(paragraphOf(h.model[2]).runs[0] == (TextRun{.text = "three", .bold = true}));
   h.editor.setParagraphStyle(QStringLiteral("Quote"));
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Quote:one two | table | Quote:three"));
+  CHECK(h, "Quote:one two | table | Quote:three");
 
   h.undo();
   h.undo();
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:one two | table | Body:three"));
+  CHECK(h, "Body:one two | table | Body:three");
   QVERIFY(paragraphOf(h.model[0]).runs.size() == 1);
 
   // With no selection the format applies to what is typed next; superscript
@@ -589,7 +564,6 @@ void StoryEditorTest::findReplaceAndHighlight() {
   QCOMPARE(r.editor.textCursor().blockNumber(), 0);
   QVERIFY(r.editor.replaceSelection(QStringLiteral("cat"), QStringLiteral("dog")));
   CHECK(r);
-  QVERIFY(paragraphOf(r.model[0]).runs[1] == (TextRun{.text = "dog", .bold = true}));
   QCOMPARE(r.editor.textCursor().blockNumber(), 2);  // the next hit
   QCOMPARE(r.editor.textCursor().selectedText(), QStringLiteral("cat"));
 
@@ -605,10 +579,9 @@ void StoryEditorTest::findReplaceAndHighlight() {
     QCOMPARE(edit.inserted[0].id, edit.removed[0].id);
   }
   QCOMPARE(r.editor.replaceAll(QStringLiteral("1"), QStringLiteral("one\ntwo"), true), 1);
-  CHECK(r);
-  QCOMPARE(shape(r.model),
-           QStringLiteral("Body:a dog sat; a end | table | "
-                          "Quote:a cat[1] at one\u2028two | picture | Body:a last"));
+  CHECK(r,
+        "Body:a dog sat; a end | table | "
+        "Quote:a cat[1] at one\u2028two | picture | Body:a last");
   QVERIFY(paragraphOf(r.model[0]).runs ==
           (std::vector<TextRun>{TextRun{.text = "a "}, TextRun{.text = "dog", .bold = true},
                                 TextRun{.text = " sat; "}, TextRun{.text = "a", .italic = true},
@@ -621,7 +594,7 @@ void StoryEditorTest::findReplaceAndHighlight() {
   QVERIFY(r.model == start);
 }
 
-void StoryEditorTest::wordCounts() {
+void StoryEditorTest::wordCountsAndDoubleClickOnATable() {
   const Block noted{
       .kind = Paragraph{.styleName = "Body",
                         .runs = {TextRun{.text = "Two words"}, TextRun::footnoteReference(12)}}};
@@ -634,38 +607,21 @@ void StoryEditorTest::wordCounts() {
   QVERIFY(changed.count() >= 1);
   h.select(0, 5, 1, 4);  // "two — three." and "More"
   QCOMPARE(h.editor.selectedWordCount(), qint64(3));
-}
 
-void StoryEditorTest::doubleClickOpensATable() {
-  Harness h({body("before"), table()});
+  // A double click opens the table, and only the table.
   QSignalSpy opened(&h.editor, &StoryEditor::tableActivated);
-  const QTextBlock tableBlock = h.document().lastBlock();
-  const QRectF rect = h.document().documentLayout()->blockBoundingRect(tableBlock);
+  const QRectF rect = h.document().documentLayout()->blockBoundingRect(h.document().lastBlock());
   const QPoint inside =
       rect.topLeft().toPoint() + QPoint(20, 10) -
       QPoint(h.editor.horizontalScrollBar()->value(), h.editor.verticalScrollBar()->value());
   QTest::mouseDClick(h.editor.viewport(), Qt::LeftButton, {}, inside);
   QCOMPARE(opened.count(), 1);
-  QCOMPARE(opened.at(0).at(0).value<Uuid>(), h.model[1].id);
+  QCOMPARE(opened.at(0).at(0).value<Uuid>(), h.model[2].id);
   QTest::mouseDClick(h.editor.viewport(), Qt::LeftButton, {}, QPoint(10, 8));
   QCOMPARE(opened.count(), 1);
 }
 
-void StoryEditorTest::emptyStoryAndNoStory() {
-  Harness h({});
-  QVERIFY(h.editor.blocks().empty());
-  QTest::keyClicks(&h.editor, "a");
-  CHECK(h);
-  QCOMPARE(shape(h.model), QStringLiteral("Body:a"));
-
-  h.editor.clearStory();
-  QVERIFY(h.editor.isReadOnly());
-  QTest::keyClicks(&h.editor, "typed");
-  QVERIFY(h.editor.blocks().empty());
-  QCOMPARE(h.editor.wordCount(), qint64(0));
-}
-
-void StoryEditorTest::reloadKeepsThePlace() {
+void StoryEditorTest::reloadKeepsThePlaceAndNoStoryTakesNoTyping() {
   std::vector<Block> blocks;
   for (int i = 0; i < 300; ++i) blocks.push_back(body("Paragraph number " + std::to_string(i)));
   Harness h(blocks);
@@ -683,6 +639,20 @@ void StoryEditorTest::reloadKeepsThePlace() {
   h.editor.scrollToBlock(blocks[30].id);
   QCOMPARE(h.editor.textCursor().blockNumber(), 30);
   QVERIFY(h.editor.viewport()->rect().contains(h.editor.cursorRect()));
+
+  // With no story the editor takes nothing.
+  h.editor.clearStory();
+  QVERIFY(h.editor.isReadOnly());
+  QTest::keyClicks(&h.editor, "typed");
+  QVERIFY(h.editor.blocks().empty());
+  QCOMPARE(h.editor.wordCount(), qint64(0));
+
+  // An empty story takes what is typed as a Body paragraph.
+  h.editor.setStory({}, false);
+  h.model.clear();
+  QVERIFY(h.editor.blocks().empty());
+  QTest::keyClicks(&h.editor, "a");
+  CHECK(h, "Body:a");
 }
 
 void StoryEditorTest::layoutPlacesBlocksEndToEnd() {
@@ -718,9 +688,8 @@ void StoryEditorTest::layoutPlacesBlocksEndToEnd() {
   copy->setDefaultFont(h.document().defaultFont());
   copy->setDocumentLayout(new FlowLayout(copy.get()));
   copy->setPageSize(h.document().pageSize());
-  for (QTextBlock block = copy->firstBlock(); block.isValid(); block = block.next()) {
+  for (QTextBlock block = copy->firstBlock(); block.isValid(); block = block.next())
     TB::decorate(block, false);
-  }
   qreal bottom = layout->blockBoundingRect(h.document().firstBlock()).top();
   QTextBlock fresh = copy->firstBlock();
   for (QTextBlock block = h.document().firstBlock(); block.isValid();
