@@ -163,7 +163,9 @@ std::string runPropertiesFor(const TextRun& format, const OldParagraph* old, Rea
   // A new look on the old run's fonts and sizes; kept only if it reads back.
   std::string properties = closest->properties.empty() ? plainProperties(format)
                                                        : reformatted(closest->properties, format);
-  if (!view.formatOf(properties).sameFormat(format)) return plainProperties(format);
+  if (!view.formatOf(properties).sameFormat(format) || !view.addsNoText(properties)) {
+    return plainProperties(format);
+  }
   return properties;
 }
 
@@ -201,7 +203,18 @@ const TextRun& ReaderView::formatOf(std::string_view runProperties) {
     format = paragraph->runs.front();
     format.text.clear();
   }
+  if (!paragraph || paragraph->text() != "x") textual_.emplace(runProperties);
   return formats_.emplace(std::string(runProperties), std::move(format)).first->second;
+}
+
+bool ReaderView::addsNoText(std::string_view runProperties) {
+  formatOf(runProperties);
+  return !textual_.contains(runProperties);
+}
+
+bool ReaderView::holdsNoText(std::string_view paragraphProperties) {
+  styleOf(paragraphProperties);
+  return !textual_.contains(paragraphProperties);
 }
 
 std::optional<Paragraph> ReaderView::paragraphOf(const std::string& paragraphXml) {
@@ -214,6 +227,7 @@ const std::string& ReaderView::styleOf(std::string_view paragraphProperties) {
   }
   const auto paragraph = readAlone(fileStyles_, styleMap_, budget_,
                                    "<w:p>" + std::string(paragraphProperties) + "</w:p>");
+  if (paragraph && !paragraph->runs.empty()) textual_.emplace(paragraphProperties);
   return styles_
       .emplace(std::string(paragraphProperties), paragraph ? paragraph->styleName : "Body")
       .first->second;
@@ -255,7 +269,10 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
   const auto& root = fragment->root();
   OldParagraph old;
   old.xml = std::string(xml);
-  if (const auto* properties = fragment->child(root, "pPr")) {
+  // Properties that would add text of their own to whatever carries them
+  // are not lent (a tab inside run properties, say).
+  if (const auto* properties = fragment->child(root, "pPr");
+      properties && view.holdsNoText(fragment->bytes(*properties))) {
     old.properties = std::string(fragment->bytes(*properties));
   }
   old.style = view.styleOf(old.properties);
@@ -280,8 +297,8 @@ std::optional<OldParagraph> readOldParagraph(std::string_view xml, ReaderView& v
     }
     if (node.name != "r") continue;
     const auto* properties = fragment->child(node, "rPr");
-    const std::string_view runProperties =
-        properties ? fragment->bytes(*properties) : std::string_view{};
+    std::string_view runProperties = properties ? fragment->bytes(*properties) : std::string_view{};
+    if (!view.addsNoText(runProperties)) runProperties = {};
     if (fragment->holds(node, "footnoteRef") || fragment->holds(node, "endnoteRef")) {
       // Only the mark: a run may hold the note's first words as well.
       if (old.noteMark.empty()) {

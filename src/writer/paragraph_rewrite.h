@@ -5,7 +5,9 @@
 // Internal to the DOCX writer.
 #pragma once
 
+#include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -28,9 +30,17 @@ class ReaderView {
   // or nothing).
   const TextRun& formatOf(std::string_view runProperties);
 
+  // True when a run with these properties reads as its own text and no more
+  // (properties holding a tab or a break of their own add to it).
+  bool addsNoText(std::string_view runProperties);
+
   // The style the reader gives a paragraph with these properties (a w:pPr,
   // or nothing).
   const std::string& styleOf(std::string_view paragraphProperties);
+
+  // True when a paragraph with these properties and nothing else reads as
+  // empty.
+  bool holdsNoText(std::string_view paragraphProperties);
 
   // The paragraph the reader reads from a lone w:p, when it reads as exactly
   // one paragraph (pictures read as nothing here).
@@ -52,6 +62,7 @@ class ReaderView {
   ImportBudget budget_;
   std::map<std::string, TextRun, std::less<>> formats_;
   std::map<std::string, std::string, std::less<>> styles_;
+  std::set<std::string, std::less<>> textual_;  // properties that read as text
   std::map<std::string, std::string, std::less<>> styleIDs_;
   std::vector<std::pair<std::string, std::string>> added_;
 };

@@ -177,6 +177,22 @@ TEST(DocxUpdate, ParagraphsInsertedBeforeEditedOnesLeaveThemTheirOwnProperties) 
   }
 }
 
+// Run or paragraph properties that hold text of their own (a tab) are not
+// lent to other words, which would then read with it.
+TEST(DocxUpdate, PropertiesThatReadAsTextAreNotLent) {
+  testing::TempDir dir;
+  const fs::path file = dir / "linked.docx";
+  testing::writePackage(
+      file,
+      {{"word/document.xml",
+        testing::documentXml(R"(<w:p><w:r><w:rPr><w:b/><w:tab/></w:rPr><w:t>Bold</w:t></w:r></w:p>)"
+                             R"(<w:p><w:pPr><w:r><w:t>odd</w:t></w:r></w:pPr></w:p>)")}});
+  auto story = DocxReader::read(file, StyleMap{});
+  firstParagraphWithText(story.blocks)->runs.push_back(TextRun{.text = " plain"});
+  story.blocks.push_back(Block{.kind = Paragraph::make("Body", "Ours.")});
+  push(story, file, "tab in run properties");
+}
+
 TEST(DocxUpdate, PicturesAndNotesGainPartsRelationshipsAndContentTypes) {
   testing::TempDir dir;
   const fs::path file = dir / "linked.docx";
